@@ -1,0 +1,7 @@
+#include "core/TARVBase.h"
+
+namespace tarv {
+
+TARVBase::~TARVBase() = default;
+
+}  // namespace tarv
