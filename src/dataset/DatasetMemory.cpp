@@ -1,0 +1,136 @@
+#include "dataset/DatasetMemory.h"
+
+#include <cstdlib>
+
+namespace tarv {
+
+const unsigned char DatasetMemory::bitMask[8] = {1, 2, 4, 8, 16, 32, 64, 128};
+const unsigned char DatasetMemory::negatedBitMask[8] = {254, 253, 251, 247, 239, 223, 191, 127};
+
+DatasetMemory::DatasetMemory() : scratch(static_cast<unsigned char*>(std::calloc(16, 1))) {}
+
+DatasetMemory::~DatasetMemory() { std::free(scratch); }
+
+unsigned int DatasetMemory::getElementTypeByteSize(TARVElementType type) {
+  unsigned int bytes = 0;
+  dispatchElementType(type, [&]<typename T>() { bytes = sizeof(T); });
+  return bytes;
+}
+
+unsigned int DatasetMemory::getElementTypeBitSize(TARVElementType type) {
+  if (type == TARV_ELEMENT_TYPE_BOOL) return 1;
+  if (type == TARV_ELEMENT_TYPE_LONG_DOUBLE) return 128;
+  return 8 * getElementTypeByteSize(type);
+}
+
+const char* DatasetMemory::getElementTypeName(int type) {
+  static const char* const names[] = {
+      "TARV_ELEMENT_TYPE_NO_TYPE",          "TARV_ELEMENT_TYPE_UNKNOWN",
+      "TARV_ELEMENT_TYPE_VOID",             "TARV_ELEMENT_TYPE_BOOL",
+      "TARV_ELEMENT_TYPE_SIGNED_CHAR",      "TARV_ELEMENT_TYPE_UNSIGNED_CHAR",
+      "TARV_ELEMENT_TYPE_SIGNED_SHORT_INT", "TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT",
+      "TARV_ELEMENT_TYPE_SIGNED_INT",       "TARV_ELEMENT_TYPE_UNSIGNED_INT",
+      "TARV_ELEMENT_TYPE_SIGNED_LONG_INT",  "TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT",
+      "TARV_ELEMENT_TYPE_FLOAT",            "TARV_ELEMENT_TYPE_DOUBLE",
+      "TARV_ELEMENT_TYPE_LONG_DOUBLE"};
+  if (type < 0 || type > TARV_ELEMENT_TYPE_LONG_DOUBLE) return "TARV_ELEMENT_TYPE_UNKNOWN";
+  return names[type];
+}
+
+bool DatasetMemory::allocate(const DatasetCoordinates& newSize, TARVElementType type,
+                             const DatasetCoordinates& newStart) {
+  const bool ok = scratch != nullptr;
+  for (int k = 0; k < 5; ++k)
+    if (newSize[k] < 1) return ok;
+  if (!isStorableElementType(type)) return ok;
+
+  releaseElements();
+  size = newSize;
+  elementType = type;
+  elementByteSize = getElementTypeByteSize(type);
+  elementBitSize = getElementTypeBitSize(type);
+  if (allocateElements()) {
+    allocated = true;
+    start = newStart;
+    end = newStart + newSize - DatasetCoordinates(1, 1, 1, 1, 1);
+    return true;
+  }
+  size = DatasetCoordinates(0, 0, 0, 0, 0);
+  elementType = TARV_ELEMENT_TYPE_NO_TYPE;
+  elementByteSize = 0;
+  elementBitSize = 0;
+  return false;
+}
+
+void DatasetMemory::release() {
+  if (!allocated) return;
+  releaseElements();
+  size = start = end = DatasetCoordinates(0, 0, 0, 0, 0);
+  allocated = false;
+  elementType = TARV_ELEMENT_TYPE_NO_TYPE;
+  elementByteSize = 0;
+  elementBitSize = 0;
+}
+
+std::int64_t DatasetMemory::getElementCount() const {
+  // 32-bit signed product (wrapping without undefined behaviour), then widened.
+  std::uint32_t product = 1;
+  for (int k = 0; k < 5; ++k) product *= static_cast<std::uint32_t>(size[k]);
+  return static_cast<std::int32_t>(product);
+}
+
+bool DatasetMemory::areCoordinatesInside(const DatasetCoordinates& p) const {
+  for (int k = 0; k < 4; ++k)
+    if (p[k] < start[k] || p[k] > end[k]) return false;
+  return true;
+}
+
+bool DatasetMemory::isBoundingBoxInside(const DatasetBoundingBox& box) const {
+  return areCoordinatesInside(box.start) && areCoordinatesInside(box.end);
+}
+
+void DatasetMemory::castBufferValue(const void* source, void* target, TARVElementType sourceType,
+                                    TARVElementType targetType) {
+  dispatchElementType(targetType, [&]<typename T>() {
+    const T value = getBufferValue<T>(source, sourceType);
+    std::memcpy(target, &value, sizeof(T));
+  });
+}
+
+DatasetMemory* DatasetMemory::clone() const {
+  DatasetMemory* copy = cloneEmpty();
+  if (!allocated || !copy->allocate(size, elementType, start)) return copy;
+  // Component 0 only: the iteration coordinates start from the default coordinates. A memory
+  // that holds no component 0 has nothing to copy.
+  if (start.c > 0 || end.c < 0) return copy;
+  DatasetCoordinates p;
+  for (p.t = start.t; p.t <= end.t; ++p.t)
+    for (p.z = start.z; p.z <= end.z; ++p.z)
+      for (p.y = start.y; p.y <= end.y; ++p.y)
+        for (p.x = start.x; p.x <= end.x; ++p.x) {
+          getElementByBuffer(p, scratch);
+          copy->setElementByBuffer(p, scratch);
+        }
+  return copy;
+}
+
+DatasetMemory* DatasetMemory::clone(TARVElementType newType) const {
+  if (!isStorableElementType(newType)) return nullptr;
+  DatasetMemory* copy = cloneEmpty();
+  if (!allocated || !copy->allocate(size, newType, start)) return copy;
+  if (start.c > 0 || end.c < 0) return copy;
+  // The converted value lands in the copy's scratch buffer, but the copy stores this memory's
+  // unconverted bytes; callers that need converted values use the typed copies of Dataset.
+  DatasetCoordinates p;
+  for (p.t = start.t; p.t <= end.t; ++p.t)
+    for (p.z = start.z; p.z <= end.z; ++p.z)
+      for (p.y = start.y; p.y <= end.y; ++p.y)
+        for (p.x = start.x; p.x <= end.x; ++p.x) {
+          getElementByBuffer(p, scratch);
+          castBufferValue(scratch, copy->getElementBuffer(), elementType, newType);
+          copy->setElementByBuffer(p, scratch);
+        }
+  return copy;
+}
+
+}  // namespace tarv

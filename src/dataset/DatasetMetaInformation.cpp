@@ -1,0 +1,7 @@
+#include "dataset/DatasetMetaInformation.h"
+
+namespace tarv {
+
+DatasetMetaInformation::~DatasetMetaInformation() = default;
+
+}  // namespace tarv
