@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Installs the dependencies, builds tarv and runs its tests: a normal build, a build under
+# AddressSanitizer and UndefinedBehaviorSanitizer, the threaded tests under ThreadSanitizer,
+# and an application outside the tree built against the installed package.
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+cd "$top"
+jobs=${TARV_JOBS:-2}
+
+if [ "${TARV_SKIP_INSTALL:-0}" != 1 ]; then
+  scripts/install-dependencies.sh
+fi
+
+echo "== normal build and tests"
+cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$top/build/install"
+cmake --build build/release -j"$jobs"
+ctest --test-dir build/release -j"$jobs" --output-on-failure
+
+echo "== install and an application outside the tree"
+cmake --install build/release
+cmake -S examples/outside -B build/outside -DCMAKE_PREFIX_PATH="$top/build/install"
+cmake --build build/outside -j"$jobs"
+LD_LIBRARY_PATH="$top/build/install/lib:${LD_LIBRARY_PATH:-}" build/outside/outside_app
+
+echo "== AddressSanitizer and UndefinedBehaviorSanitizer"
+cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DTARV_SANITIZE=ON -DTARV_BUILD_TOOLS=OFF
+cmake --build build/asan -j"$jobs"
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  ctest --test-dir build/asan -j"$jobs" --output-on-failure
+
+echo "== ThreadSanitizer on the threaded tests"
+cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=Debug -DTARV_TSAN=ON -DTARV_BUILD_TOOLS=OFF
+threaded=$(cd tests && ls *Thread*Test.cpp 2>/dev/null | sed 's/\.cpp$//' || true)
+if [ -n "$threaded" ]; then
+  for t in $threaded; do cmake --build build/tsan -j"$jobs" --target "$t"; done
+  ctest --test-dir build/tsan -R "$(echo $threaded | tr ' ' '|')" --output-on-failure
+fi
+
+echo "== all tests passed"
