@@ -1,0 +1,36 @@
+#ifndef TARV_DATASET_CASTDATASET_H
+#define TARV_DATASET_CASTDATASET_H
+
+#include "dataset/DependentDataset.h"
+
+namespace tarv {
+
+// Its single source converted element by element to another element type.
+class CastDataset : public DependentDataset {
+public:
+  CastDataset();
+  ~CastDataset() override;
+
+  bool isInputOk() const override;
+  bool calculateElement(const DatasetCoordinates& p) override;
+  bool isDatasetEquivalent(DependentDataset* other) override;
+  // The target element type parameter.
+  TARVElementType determineElementType() override;
+  bool readDatasetSpecificValue(std::string name, std::istream& is) override;
+  void writeDatasetSpecificValues(std::ostream& os) override;
+  void initializeTempFields() override;
+  void setParametersFromTempFields() override;
+
+  void getParameters(TARVElementType& targetElementType) const;
+  // Taken as given; the dataset's element type follows at the next re-derivation from the
+  // source (for example when the source is set again).
+  void setParameters(TARVElementType targetElementType);
+
+private:
+  TARVElementType castElementType = TARV_ELEMENT_TYPE_FLOAT;
+  TARVElementType tempCastElementType = TARV_ELEMENT_TYPE_FLOAT;
+};
+
+}  // namespace tarv
+
+#endif

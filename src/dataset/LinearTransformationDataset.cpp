@@ -1,0 +1,63 @@
+#include "dataset/LinearTransformationDataset.h"
+
+namespace tarv {
+
+LinearTransformationDataset::LinearTransformationDataset() { typeName = "LinearTransformationDataset"; }
+
+LinearTransformationDataset::~LinearTransformationDataset() = default;
+
+bool LinearTransformationDataset::isInputOk() const {
+  return DependentDataset::isInputOk() && sourceDatasets.size() == 1;
+}
+
+bool LinearTransformationDataset::calculateElement(const DatasetCoordinates& p) {
+  const double v = sourceDatasets.empty() ? 0.0 : sourceDatasets.front()->getElement<double>(p);
+  const double product = v * factor;
+  setElementReference<double>(p, product + summand);
+  setElementCacheStatus(p, true);
+  return true;
+}
+
+bool LinearTransformationDataset::isDatasetEquivalent(DependentDataset* other) {
+  if (!DependentDataset::isDatasetEquivalent(other)) return false;
+  const auto* o = dynamic_cast<const LinearTransformationDataset*>(other);
+  return o != nullptr && summand == o->summand && factor == o->factor;
+}
+
+TARVElementType LinearTransformationDataset::determineElementType() { return TARV_ELEMENT_TYPE_FLOAT; }
+
+bool LinearTransformationDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
+  if (name == "Factor")
+    tempFactor = FileReadWrite::readDoubleValue(is);
+  else if (name == "Summand")
+    tempSummand = FileReadWrite::readDoubleValue(is);
+  else
+    return false;
+  return true;
+}
+
+void LinearTransformationDataset::writeDatasetSpecificValues(std::ostream& os) {
+  FileReadWrite::writeValue(os, "Factor", factor);
+  FileReadWrite::writeValue(os, "Summand", summand);
+}
+
+void LinearTransformationDataset::initializeTempFields() {
+  DependentDataset::initializeTempFields();
+  tempFactor = 1.0;
+  tempSummand = 0.0;
+}
+
+void LinearTransformationDataset::setParametersFromTempFields() { setParameters(tempFactor, tempSummand); }
+
+void LinearTransformationDataset::getParameters(double& f, double& s) const {
+  f = factor;
+  s = summand;
+}
+
+void LinearTransformationDataset::setParameters(double f, double s) {
+  factor = f;
+  summand = s;
+  resetCache();
+}
+
+}  // namespace tarv

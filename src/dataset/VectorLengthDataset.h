@@ -1,0 +1,38 @@
+#ifndef TARV_DATASET_VECTORLENGTHDATASET_H
+#define TARV_DATASET_VECTORLENGTHDATASET_H
+
+#include "core/Vector.h"
+#include "dataset/DependentDataset.h"
+
+namespace tarv {
+
+// The Euclidean length of the vector whose components are the elements of its one to four
+// sources at the same coordinates.
+class VectorLengthDataset : public DependentDataset {
+public:
+  VectorLengthDataset();
+  ~VectorLengthDataset() override;
+
+  bool isInputOk() const override;
+  bool calculateElement(const DatasetCoordinates& p) override;
+  bool isDatasetEquivalent(DependentDataset* other) override;
+  TARVElementType determineElementType() override;
+  bool readDatasetSpecificValue(std::string name, std::istream& is) override;
+  void writeDatasetSpecificValues(std::ostream& os) override;
+  void initializeTempFields() override;
+  void setParametersFromTempFields() override;
+
+  static constexpr int maximalSourceCount = 4;
+
+protected:
+  // The vector of the source elements at p, as double, one component per source. The returned
+  // vector is scratch storage of this dataset, kept between calls to spare an allocation.
+  Vector& readSourceVector(const DatasetCoordinates& p);
+
+private:
+  Vector sourceVector;
+};
+
+}  // namespace tarv
+
+#endif
