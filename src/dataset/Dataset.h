@@ -1,6 +1,7 @@
 #ifndef TARV_DATASET_DATASET_H
 #define TARV_DATASET_DATASET_H
 
+#include <list>
 #include <set>
 #include <string>
 
@@ -10,9 +11,13 @@
 #include "core/DcmHeader.h"
 #include "core/Progress.h"
 #include "core/TARVBase.h"
+#include "core/Vector3D.h"
+#include "core/WorldBoundingBox.h"
 #include "dataset/DatasetMemory.h"
 #include "dataset/DatasetWorldEmbedding.h"
 #include "dataset/ModalityLUT.h"
+
+class vtkImageData;
 
 namespace tarv {
 
@@ -145,6 +150,114 @@ public:
   void setDicomTags(DcmHeader* header);
   void resetMetaInformations() { setDicomTags(nullptr); }
 
+  // Whole copies; the dataset is re-initialised. A null source, or an element type outside
+  // 3..14, leaves this dataset as it is. convertFrom stores what DatasetMemory::clone(type)
+  // stores: the source bytes, unconverted.
+  void copyFrom(Dataset* source);
+  void convertFrom(Dataset* source, TARVElementType type);
+  template <ElementValueType T>
+  void convertFrom(Dataset* source) {
+    convertFrom(source, DatasetMemory::getElementTypeByType<T>());
+  }
+  // Same size, element type (or the given one) and embedding as the source; contents undefined.
+  void initializeFrom(Dataset* source);
+  void initializeWithNewElementTypeFrom(Dataset* source, TARVElementType type);
+
+  // Extraction: the dataset becomes the box of the source, fitted to the source, keeping its
+  // world position. Converting forms convert element by element. A null or empty source
+  // leaves this dataset as it is.
+  void copyPartFrom(Dataset* source, const DatasetBoundingBox& box);
+  void convertPartFrom(Dataset* source, TARVElementType type, const DatasetBoundingBox& box);
+  template <ElementValueType T>
+  void convertPartFrom(Dataset* source, const DatasetBoundingBox& box) {
+    convertPartFrom(source, DatasetMemory::getElementTypeByType<T>(), box);
+  }
+  void copySpaceFrom(Dataset* source, int t);
+  void convertSpaceFrom(Dataset* source, TARVElementType type, int t);
+  template <ElementValueType T>
+  void convertSpaceFrom(Dataset* source, int t) {
+    convertSpaceFrom(source, DatasetMemory::getElementTypeByType<T>(), t);
+  }
+  void copyPlaneFrom(Dataset* source, int z, int t);
+  void convertPlaneFrom(Dataset* source, TARVElementType type, int z, int t);
+  template <ElementValueType T>
+  void convertPlaneFrom(Dataset* source, int z, int t) {
+    convertPlaneFrom(source, DatasetMemory::getElementTypeByType<T>(), z, t);
+  }
+  // The source's non-zero bounding box widened by margin; voxels beyond the source are 0. A
+  // source without a non-zero element, or a margin that leaves no voxel, changes nothing.
+  void copyNonZeroBoxFrom(Dataset* source, const DatasetCoordinates& margin);
+  void convertNonZeroBoxFrom(Dataset* source, TARVElementType type, const DatasetCoordinates& margin);
+
+  // Placement: writes the source's box at position; size, type and embedding stay. Voxels that
+  // would land outside this dataset are dropped.
+  void copyAndPlaceBlockFrom(Dataset* source, const DatasetCoordinates& position, const DatasetBoundingBox& box);
+  void copyAndPlaceDatasetFrom(Dataset* source, const DatasetCoordinates& position);
+  void copyAndPlaceFirstSliceFrom(Dataset* source, int z);
+
+  // Element-wise rewrites in place. setAllElementsValue asks the progress object whether to
+  // stop after every 100000 elements.
+  void setAllElementsValue(double value, Progress* progress = nullptr);
+  void changeAllElementsValue(double oldValue, double newValue);
+  void forceMinimumElementValue(double minimum);
+  void forceMaximumElementValue(double maximum);
+  void flipXAxis();
+  void flipYAxis();
+  void flipZAxis();
+  // Scales all elements together to a vector of length 1; an all-zero dataset stays.
+  void normalizeVectorLength();
+
+  // Statistics. The box forms clip the box to the dataset; getAverageValue(box) divides by the
+  // voxel count of the box as given. Empty boxes and datasets give 0.
+  double getAverageValue();
+  double getMinimumValue(const DatasetBoundingBox& box);
+  double getMaximumValue(const DatasetBoundingBox& box);
+  double getAverageValue(const DatasetBoundingBox& box);
+  // Elements inside [min, max] (or outside it with invert).
+  unsigned int getVoxelCountInValueRange(double min, double max, bool invert);
+  unsigned int getVoxelCountInValueRange(const DatasetBoundingBox& box, double min, double max, bool invert);
+  // Box of the non-zero elements over x, y, z and t; start > end when there is none.
+  DatasetBoundingBox getNonZeroVoxelBoundingBox();
+  // World positions of the largest values of time step t (component 0), each at least
+  // minDistance voxels from the ones before. When every remaining voxel is too close to the
+  // chosen ones, the list ends early.
+  std::list<Vector3D> getMaximumValueWorldCoordinatesList(int count, double minDistance, int t);
+
+  // Sampling. The element at c, or outside when c is not inside. Method 0 is nearest
+  // neighbour, 1 linear; any other gives 0.
+  double boundsCheckedElement(const DatasetCoordinates& c, double outside);
+  double planeInterpolatedElement(double x, double y, int z, int t, double outside, int method);
+  // Always 0.
+  double planeInterpolatedWorldElement(double x, double y, int z, int t, double outside, int method);
+  double spaceInterpolatedElement(double x, double y, double z, int t, double outside, int method);
+  double spaceInterpolatedWorldElement(double x, double y, double z, int t, double outside, int method);
+
+  // Template matching: other is the template, its coordinates otherC placed on c of this
+  // dataset; outside when it does not fit. The dataset forms return a new dataset of this
+  // size, type and embedding, owned by the caller.
+  double correlatedElement(const DatasetCoordinates& c, Dataset* other, const DatasetCoordinates& otherC, double outside);
+  double vectorSimilarityElement(const DatasetCoordinates& c, Dataset* other, const DatasetCoordinates& otherC,
+                                 double outside);
+  double cosSimilarityElement(const DatasetCoordinates& c, Dataset* other, const DatasetCoordinates& otherC,
+                              double outside);
+  Dataset* correlate(Dataset* other, const DatasetCoordinates& otherC, double outside);
+  Dataset* vectorSimilarity(Dataset* other, const DatasetCoordinates& otherC, double outside);
+  Dataset* cosSimilarity(Dataset* other, const DatasetCoordinates& otherC, double outside);
+
+  // Boxes between voxel and world space (voxel centres; the voxel box of a world box keeps
+  // inside it) and the volume of n voxels.
+  WorldBoundingBox getMaximumFitWorldAABB() const;
+  WorldBoundingBox getMaximumFitWorldAABBfromVoxelAABB(const DatasetBoundingBox& box) const;
+  DatasetBoundingBox getMaximumFitVoxelAABBfromWorldAABB(const WorldBoundingBox& box) const;
+  double voxelCountToVolume(unsigned int count) const;
+
+  // Time step t as a new single-component image (owned by the caller), or null when the
+  // element type has no VTK scalar type, there is no data or t is outside.
+  vtkImageData* toImageData(int t, bool withWorldEmbedding);
+  // Fills time step t from the image, in place when size and type match, else re-creating the
+  // dataset as (x, y, z, 1, 1). Images without usable scalars leave the dataset as it is.
+  void fromImageData(vtkImageData* image, int t);
+
   DatasetWorldEmbedding& getWorldEmbedding() { return worldEmbedding; }
   const DatasetWorldEmbedding& getWorldEmbedding() const { return worldEmbedding; }
   void setWorldEmbedding(const DatasetWorldEmbedding& embedding) { worldEmbedding = embedding; }
@@ -179,6 +292,8 @@ protected:
   double cachedMaximumValue = 0.0;
   std::set<DependentDataset*> dependingDatasets;
   DcmHeader* dicomTags = nullptr;
+
+  friend class DatasetRowAccess;
 };
 
 }  // namespace tarv

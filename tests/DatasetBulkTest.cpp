@@ -1,0 +1,868 @@
+#include "dataset/Dataset.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <tuple>
+#include <vector>
+
+#include "core/DcmHeader.h"
+#include "core/Progress.h"
+
+using namespace tarv;
+
+namespace {
+
+DatasetCoordinates C(int x, int y, int z, int t = 0, int c = 0) { return DatasetCoordinates(x, y, z, t, c); }
+
+DatasetWorldEmbedding embedding(double ox, double oy, double oz, double sx, double sy, double sz) {
+  return DatasetWorldEmbedding(WorldCoordinates(ox, oy, oz, 0.0), WorldCoordinates(sx, sy, sz, 1.0));
+}
+
+// A distinct value for every element: 1000 t + 100 z + 10 y + x + c / 10 (plus one, so none is 0).
+double pattern(const DatasetCoordinates& p) { return 1000.0 * p.t + 100.0 * p.z + 10.0 * p.y + p.x + p.c / 10.0 + 1.0; }
+
+template <ElementValueType T>
+void fillWithPattern(Dataset& d) {
+  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
+    d.setElement<T>(it, static_cast<T>(pattern(it)));
+}
+
+void fillRandomly(Dataset& d, std::mt19937& random, double low, double high) {
+  std::uniform_real_distribution<double> value(low, high);
+  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
+    d.setElement<double>(it, value(random));
+}
+
+// Calls f.template operator()<T>() for each of the twelve element types.
+template <typename F>
+void forEachElementType(F&& f) {
+  f.template operator()<bool>();
+  f.template operator()<signed char>();
+  f.template operator()<unsigned char>();
+  f.template operator()<short>();
+  f.template operator()<unsigned short>();
+  f.template operator()<int>();
+  f.template operator()<unsigned int>();
+  f.template operator()<long>();
+  f.template operator()<unsigned long>();
+  f.template operator()<float>();
+  f.template operator()<double>();
+  f.template operator()<long double>();
+}
+
+// The whole state a caller can see, to prove that an operation left a dataset alone.
+struct Snapshot {
+  DatasetCoordinates size;
+  TARVElementType type;
+  DatasetWorldEmbedding embedding;
+  std::vector<double> values;
+
+  explicit Snapshot(Dataset& d) : size(d.getSize()), type(d.getElementType()), embedding(d.getWorldEmbedding()) {
+    for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
+      values.push_back(d.getElement<double>(it));
+  }
+  bool operator==(const Snapshot& o) const {
+    return size == o.size && type == o.type && embedding == o.embedding && values == o.values;
+  }
+};
+
+// Counts the virtual element accesses and announcements that reach the dataset.
+class CountingDataset : public Dataset {
+public:
+  CountingDataset() : Dataset(true) {}
+  int coordinateReads = 0;
+  int iteratorReads = 0;
+  int coordinateWrites = 0;
+  int iteratorWrites = 0;
+  int fullAnnouncements = 0;
+  int boxAnnouncements = 0;
+  int fullCalculations = 0;
+
+  void announceAccess(const DatasetBoundingBox& box) override {
+    ++boxAnnouncements;
+    Dataset::announceAccess(box);
+  }
+  void announceAccessToFullDataset() override {
+    ++fullAnnouncements;
+    Dataset::announceAccessToFullDataset();
+  }
+  bool getElementByBuffer(const DatasetCoordinates& p, void* buffer) override {
+    ++coordinateReads;
+    return Dataset::getElementByBuffer(p, buffer);
+  }
+  void setElementByBuffer(const DatasetCoordinates& p, const void* buffer) override {
+    ++coordinateWrites;
+    Dataset::setElementByBuffer(p, buffer);
+  }
+  bool getElementByBuffer(const DatasetCoordinatesIterator& it, void* buffer) override {
+    ++iteratorReads;
+    return Dataset::getElementByBuffer(it, buffer);
+  }
+  void setElementByBuffer(const DatasetCoordinatesIterator& it, const void* buffer) override {
+    ++iteratorWrites;
+    Dataset::setElementByBuffer(it, buffer);
+  }
+  void calculateFullDataset(Progress* progress) override {
+    ++fullCalculations;
+    Dataset::calculateFullDataset(progress);
+  }
+  void resetCounts() {
+    coordinateReads = iteratorReads = coordinateWrites = iteratorWrites = 0;
+    fullAnnouncements = boxAnnouncements = fullCalculations = 0;
+  }
+};
+
+// Asks to stop at the n-th query and counts the queries.
+class StoppingProgress : public Progress {
+public:
+  explicit StoppingProgress(int stopAt) : stopAt(stopAt) {}
+  int queries = 0;
+  bool shouldStop() override { return ++queries == stopAt; }
+
+private:
+  int stopAt;
+};
+
+}  // namespace
+
+// ---- whole copies ----
+
+TEST(DatasetBulkTest, CopyFromClonesElementsEmbeddingAndLut) {
+  Dataset source(true);
+  source.newDataset<float>(C(3, 2, 2, 2, 2), embedding(1, 2, 3, 0.5, 0.25, 2));
+  fillWithPattern<float>(source);
+  source.getModalityLUT().set(2.0, -5.0);
+  source.setDicomTags(new DcmHeader());
+
+  Dataset target(true);
+  target.newDataset<int>(C(1, 1, 1, 1, 1), DatasetWorldEmbedding());
+  target.setElement<int>(C(0, 0, 0), 7);
+  target.setCachedMinimumAndMaximumValue(7, 7);
+  target.copyFrom(&source);
+
+  EXPECT_EQ(target.getSize(), source.getSize());
+  EXPECT_EQ(target.getElementType(), TARV_ELEMENT_TYPE_FLOAT);
+  EXPECT_TRUE(target.hasSameWorldEmbedding(&source));
+  EXPECT_TRUE(target.getModalityLUT().isValid()) << "copyFrom copies the modality LUT";
+  EXPECT_EQ(target.getModalityLUT().getSlope(), 2.0);
+  EXPECT_EQ(target.getModalityLUT().getIntercept(), -5.0);
+  EXPECT_EQ(target.getDicomTags(), nullptr) << "DICOM tags are not copied";
+  EXPECT_FALSE(target.getMinimumAndMaximumValueCacheStatus());
+  EXPECT_TRUE(Snapshot(target) == Snapshot(source));
+}
+
+TEST(DatasetBulkTest, CopyFromAsksTheSourceToComputeEverythingFirst) {
+  CountingDataset source;
+  source.newDataset<short>(C(4, 3, 2, 1, 1), DatasetWorldEmbedding());
+  fillWithPattern<short>(source);
+  source.resetCounts();
+  Dataset target(true);
+  target.copyFrom(&source);
+  EXPECT_EQ(source.fullCalculations, 1);
+  EXPECT_EQ(source.coordinateReads + source.iteratorReads, 0) << "the memory is cloned in one piece";
+  EXPECT_TRUE(Snapshot(target) == Snapshot(source));
+}
+
+TEST(DatasetBulkTest, CopyFromNullSourceLeavesTheDataset) {
+  Dataset target(true);
+  target.newDataset<int>(C(2, 2, 1, 1, 1), embedding(1, 1, 1, 2, 2, 2));
+  fillWithPattern<int>(target);
+  const Snapshot before(target);
+  target.copyFrom(nullptr);
+  target.convertFrom(nullptr, TARV_ELEMENT_TYPE_FLOAT);
+  target.initializeFrom(nullptr);
+  target.initializeWithNewElementTypeFrom(nullptr, TARV_ELEMENT_TYPE_FLOAT);
+  EXPECT_TRUE(Snapshot(target) == before);
+}
+
+TEST(DatasetBulkTest, CopyFromItselfKeepsContentsAndEmbedding) {
+  Dataset d(true);
+  d.newDataset<double>(C(3, 3, 2, 1, 1), embedding(5, 6, 7, 1.5, 1.5, 3));
+  fillWithPattern<double>(d);
+  const Snapshot before(d);
+  d.copyFrom(&d);
+  EXPECT_TRUE(Snapshot(d) == before);
+}
+
+TEST(DatasetBulkTest, CopyFromEmptySourceEmptiesTheTarget) {
+  Dataset source(true);
+  Dataset target(true);
+  target.newDataset<int>(C(2, 2, 2, 1, 1), DatasetWorldEmbedding());
+  target.copyFrom(&source);
+  EXPECT_FALSE(target.hasData());
+}
+
+TEST(DatasetBulkTest, ConvertFromStoresTheUnconvertedSourceBytes) {
+  Dataset source(true);
+  source.newDataset<float>(C(2, 2, 1, 1, 1), embedding(1, 2, 3, 2, 2, 2));
+  const float values[4] = {2.5f, -1.75f, 300.25f, 0.0f};
+  int i = 0;
+  for (DatasetCoordinatesIterator it = source.getStartCoordinatesIterator(); it.valid; source.incrementCoordinatesIterator(it))
+    source.setElement<float>(it, values[i++]);
+  source.getModalityLUT().set(3.0, 1.0);
+
+  Dataset target(true);
+  target.convertFrom<int>(&source);
+  ASSERT_EQ(target.getElementType(), TARV_ELEMENT_TYPE_SIGNED_INT);
+  EXPECT_EQ(target.getSize(), source.getSize());
+  EXPECT_TRUE(target.hasSameWorldEmbedding(&source));
+  EXPECT_FALSE(target.getModalityLUT().isValid()) << "convertFrom does not copy the modality LUT";
+  i = 0;
+  for (DatasetCoordinatesIterator it = target.getStartCoordinatesIterator(); it.valid; target.incrementCoordinatesIterator(it)) {
+    int bits = 0;
+    std::memcpy(&bits, &values[i], sizeof bits);
+    EXPECT_EQ(target.getElement<int>(it), bits) << "element " << i << " holds the float's bytes";
+    ++i;
+  }
+}
+
+TEST(DatasetBulkTest, ConvertFromTemplatesMatchTheTypeForm) {
+  Dataset source(true);
+  source.newDataset<unsigned char>(C(3, 2, 1, 1, 1), DatasetWorldEmbedding());
+  fillWithPattern<unsigned char>(source);
+  forEachElementType([&]<typename T>() {
+    Dataset byTemplate(true);
+    Dataset byType(true);
+    byTemplate.convertFrom<T>(&source);
+    byType.convertFrom(&source, DatasetMemory::getElementTypeByType<T>());
+    EXPECT_EQ(byTemplate.getElementType(), DatasetMemory::getElementTypeByType<T>());
+    EXPECT_EQ(byTemplate.getSize(), source.getSize());
+    EXPECT_TRUE(Snapshot(byTemplate) == Snapshot(byType)) << DatasetMemory::getElementTypeName(byType.getElementType());
+  });
+}
+
+TEST(DatasetBulkTest, ConvertFromInvalidTypeLeavesTheDataset) {
+  Dataset source(true);
+  source.newDataset<int>(C(2, 2, 1, 1, 1), DatasetWorldEmbedding());
+  Dataset target(true);
+  target.newDataset<short>(C(3, 1, 1, 1, 1), embedding(1, 1, 1, 1, 1, 1));
+  fillWithPattern<short>(target);
+  const Snapshot before(target);
+  for (TARVElementType type : {TARV_ELEMENT_TYPE_NO_TYPE, TARV_ELEMENT_TYPE_UNKNOWN, TARV_ELEMENT_TYPE_VOID,
+                               static_cast<TARVElementType>(15)}) {
+    target.convertFrom(&source, type);
+    target.convertPartFrom(&source, type, source.getVoxelBoundingBox());
+    target.initializeWithNewElementTypeFrom(&source, type);
+    target.convertNonZeroBoxFrom(&source, type, C(0, 0, 0));
+    EXPECT_TRUE(Snapshot(target) == before) << "type " << type;
+  }
+}
+
+TEST(DatasetBulkTest, InitializeFromTakesSizeTypeAndEmbedding) {
+  Dataset source(true);
+  source.newDataset<unsigned short>(C(4, 3, 2, 2, 3), embedding(-1, -2, -3, 0.5, 0.5, 1));
+  Dataset same(true);
+  same.initializeFrom(&source);
+  EXPECT_EQ(same.getSize(), source.getSize());
+  EXPECT_EQ(same.getElementType(), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT);
+  EXPECT_TRUE(same.hasSameWorldEmbedding(&source));
+
+  Dataset other(true);
+  other.initializeWithNewElementTypeFrom(&source, TARV_ELEMENT_TYPE_DOUBLE);
+  EXPECT_EQ(other.getSize(), source.getSize());
+  EXPECT_EQ(other.getElementType(), TARV_ELEMENT_TYPE_DOUBLE);
+  EXPECT_TRUE(other.isCompatible(&source));
+}
+
+// ---- extraction ----
+
+TEST(DatasetBulkTest, CopyPartFromClipsTheBoxAndKeepsTheWorldPosition) {
+  Dataset source(true);
+  source.newDataset<int>(C(10, 10, 1, 1, 1), embedding(10, 20, 30, 0.5, 2, 1));
+  fillWithPattern<int>(source);
+  Dataset part(true);
+  part.copyPartFrom(&source, DatasetBoundingBox(C(-5, 8, 0), C(3, 20, 0)));
+
+  ASSERT_EQ(part.getSize(), C(4, 2, 1, 1, 1)) << "x -5..3 clips to 0..3, y 8..20 to 8..9";
+  EXPECT_EQ(part.getElementType(), TARV_ELEMENT_TYPE_SIGNED_INT);
+  const WorldCoordinates expectedOrigin = source.getWorldEmbedding().voxelToWorld(C(0, 8, 0));
+  EXPECT_EQ(part.getWorldEmbedding().getDatasetOrigin().x, expectedOrigin.x);
+  EXPECT_EQ(part.getWorldEmbedding().getDatasetOrigin().y, expectedOrigin.y);
+  EXPECT_EQ(part.getWorldEmbedding().getDatasetOrigin().z, expectedOrigin.z);
+  EXPECT_EQ(part.getWorldEmbedding().getVoxelSpacing(), source.getWorldEmbedding().getVoxelSpacing());
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 4; ++x) {
+      EXPECT_EQ(part.getElement<int>(C(x, y, 0)), source.getElement<int>(C(x, y + 8, 0))) << x << ", " << y;
+      const WorldCoordinates a = part.getWorldEmbedding().voxelToWorld(C(x, y, 0));
+      const WorldCoordinates b = source.getWorldEmbedding().voxelToWorld(C(x, y + 8, 0));
+      EXPECT_DOUBLE_EQ(a.x, b.x);
+      EXPECT_DOUBLE_EQ(a.y, b.y);
+    }
+}
+
+TEST(DatasetBulkTest, CopyPartFromAgreesWithDirectReadsOnRandomBoxes) {
+  const unsigned seed = 20240611;
+  std::mt19937 random(seed);
+  SCOPED_TRACE(testing::Message() << "seed " << seed);
+  std::uniform_int_distribution<int> extent(1, 6);
+  for (int round = 0; round < 40; ++round) {
+    Dataset source(true);
+    source.newDataset<float>(C(extent(random), extent(random), extent(random), extent(random) / 3 + 1, extent(random) / 3 + 1),
+                             DatasetWorldEmbedding());
+    fillRandomly(source, random, -100, 100);
+    DatasetBoundingBox box;
+    std::uniform_int_distribution<int> corner(-3, 8);
+    for (int k = 0; k < 5; ++k) {
+      box.start[k] = corner(random);
+      box.end[k] = corner(random);
+    }
+    const DatasetBoundingBox fitted = source.fitBoxToInterior(box);
+    Dataset part(true);
+    part.copyPartFrom(&source, box);
+    ASSERT_EQ(part.getSize(), fitted.end - fitted.start + C(1, 1, 1, 1, 1)) << "round " << round;
+    for (DatasetCoordinatesIterator it = part.getStartCoordinatesIterator(); it.valid; part.incrementCoordinatesIterator(it))
+      ASSERT_EQ(part.getElement<float>(it), source.getElement<float>(static_cast<DatasetCoordinates&>(it) + fitted.start))
+          << "round " << round;
+  }
+}
+
+TEST(DatasetBulkTest, ConvertPartFromConvertsElementByElement) {
+  Dataset source(true);
+  source.newDataset<float>(C(3, 1, 1, 1, 1), DatasetWorldEmbedding());
+  source.setElement<float>(C(0, 0, 0), 2.7f);
+  source.setElement<float>(C(1, 0, 0), -2.7f);
+  source.setElement<float>(C(2, 0, 0), 300.0f);
+  Dataset asInt(true);
+  asInt.convertPartFrom<int>(&source, source.getVoxelBoundingBox());
+  ASSERT_EQ(asInt.getElementType(), TARV_ELEMENT_TYPE_SIGNED_INT);
+  EXPECT_EQ(asInt.getElement<int>(C(0, 0, 0)), 2) << "2.7 truncates to 2";
+  EXPECT_EQ(asInt.getElement<int>(C(1, 0, 0)), -2) << "-2.7 truncates to -2";
+  EXPECT_EQ(asInt.getElement<int>(C(2, 0, 0)), 300);
+  Dataset bytes(true);
+  bytes.convertPartFrom(&asInt, TARV_ELEMENT_TYPE_UNSIGNED_CHAR, asInt.getVoxelBoundingBox());
+  EXPECT_EQ(bytes.getElement<int>(C(2, 0, 0)), 44) << "300 wraps to 44 in an unsigned char";
+}
+
+TEST(DatasetBulkTest, ExtractionTemplatesGiveEveryElementType) {
+  Dataset source(true);
+  source.newDataset<double>(C(3, 2, 2, 2, 1), DatasetWorldEmbedding());
+  fillWithPattern<double>(source);
+  forEachElementType([&]<typename T>() {
+    const TARVElementType type = DatasetMemory::getElementTypeByType<T>();
+    Dataset part(true);
+    part.convertPartFrom<T>(&source, DatasetBoundingBox(C(1, 0, 0, 1), C(2, 1, 1, 1)));
+    EXPECT_EQ(part.getElementType(), type);
+    EXPECT_EQ(part.getSize(), C(2, 2, 2, 1, 1));
+    EXPECT_EQ(part.getElement<T>(C(0, 1, 1)), convertElementValue<T>(source.getElement<double>(C(1, 1, 1, 1))));
+    Dataset space(true);
+    space.convertSpaceFrom<T>(&source, 1);
+    EXPECT_EQ(space.getElementType(), type);
+    EXPECT_EQ(space.getSize(), C(3, 2, 2, 1, 1));
+    EXPECT_EQ(space.getElement<T>(C(2, 1, 1)), convertElementValue<T>(source.getElement<double>(C(2, 1, 1, 1))));
+    Dataset plane(true);
+    plane.convertPlaneFrom<T>(&source, 1, 0);
+    EXPECT_EQ(plane.getElementType(), type);
+    EXPECT_EQ(plane.getSize(), C(3, 2, 1, 1, 1));
+    EXPECT_EQ(plane.getElement<T>(C(2, 1, 0)), convertElementValue<T>(source.getElement<double>(C(2, 1, 1, 0))));
+  });
+}
+
+TEST(DatasetBulkTest, CopySpaceAndPlaneTakeOneTimeStepWithAllComponents) {
+  Dataset source(true);
+  source.newDataset<short>(C(4, 3, 3, 3, 2), embedding(1, 1, 1, 1, 1, 1));
+  fillWithPattern<short>(source);
+  Dataset space(true);
+  space.copySpaceFrom(&source, 2);
+  ASSERT_EQ(space.getSize(), C(4, 3, 3, 1, 2));
+  Dataset plane(true);
+  plane.copyPlaneFrom(&source, 1, 2);
+  ASSERT_EQ(plane.getSize(), C(4, 3, 1, 1, 2));
+  for (DatasetCoordinatesIterator it = space.getStartCoordinatesIterator(); it.valid; space.incrementCoordinatesIterator(it))
+    EXPECT_EQ(space.getElement<short>(it), source.getElement<short>(C(it.x, it.y, it.z, 2, it.c)));
+  for (DatasetCoordinatesIterator it = plane.getStartCoordinatesIterator(); it.valid; plane.incrementCoordinatesIterator(it))
+    EXPECT_EQ(plane.getElement<short>(it), source.getElement<short>(C(it.x, it.y, 1, 2, it.c)));
+  EXPECT_EQ(plane.getWorldEmbedding().getDatasetOrigin().z, source.getWorldEmbedding().voxelToWorld(C(0, 0, 1)).z);
+}
+
+TEST(DatasetBulkTest, ExtractionReadsTheSourceThroughItsElementAccess) {
+  CountingDataset source;
+  source.newDataset<int>(C(5, 4, 3, 1, 1), DatasetWorldEmbedding());
+  fillWithPattern<int>(source);
+  source.resetCounts();
+  CountingDataset part;
+  part.copyPartFrom(&source, DatasetBoundingBox(C(1, 1, 1), C(3, 2, 2)));
+  EXPECT_EQ(source.coordinateReads, 3 * 2 * 2) << "one virtual read per extracted element";
+  EXPECT_EQ(part.iteratorWrites, 3 * 2 * 2) << "one virtual write per element";
+  EXPECT_GE(part.fullAnnouncements, 1) << "the part announces its full access";
+}
+
+TEST(DatasetBulkTest, ExtractionFromEmptySourceLeavesTheDataset) {
+  Dataset empty(true);
+  Dataset target(true);
+  target.newDataset<int>(C(2, 3, 1, 1, 1), embedding(4, 4, 4, 1, 1, 1));
+  fillWithPattern<int>(target);
+  const Snapshot before(target);
+  target.copyPartFrom(&empty, DatasetBoundingBox(C(0, 0, 0), C(5, 5, 5)));
+  target.copySpaceFrom(&empty, 0);
+  target.copyPlaneFrom(&empty, 0, 0);
+  target.copyNonZeroBoxFrom(&empty, C(1, 1, 1));
+  target.copyPartFrom(nullptr, DatasetBoundingBox(C(0, 0, 0), C(5, 5, 5)));
+  target.copySpaceFrom(nullptr, 0);
+  target.copyPlaneFrom(nullptr, 0, 0);
+  target.copyNonZeroBoxFrom(nullptr, C(1, 1, 1));
+  EXPECT_TRUE(Snapshot(target) == before);
+}
+
+TEST(DatasetBulkTest, CopyPartFromItselfTakesThePart) {
+  Dataset d(true);
+  d.newDataset<int>(C(6, 5, 1, 1, 1), DatasetWorldEmbedding());
+  fillWithPattern<int>(d);
+  Dataset reference(true);
+  reference.copyPartFrom(&d, DatasetBoundingBox(C(2, 1, 0), C(4, 4, 0)));
+  d.copyPartFrom(&d, DatasetBoundingBox(C(2, 1, 0), C(4, 4, 0)));
+  EXPECT_TRUE(Snapshot(d) == Snapshot(reference));
+}
+
+TEST(DatasetBulkTest, CopyNonZeroBoxFromFillsTheMarginBeyondTheSourceWithZero) {
+  Dataset source(true);
+  source.newDataset<unsigned char>(C(6, 6, 6, 1, 1), embedding(0, 0, 0, 1, 2, 3));
+  source.setAllElementsValue(0);
+  // A blob touching the x = 0 and z = 5 faces.
+  for (int z = 4; z <= 5; ++z)
+    for (int y = 2; y <= 3; ++y)
+      for (int x = 0; x <= 1; ++x) source.setElement<int>(C(x, y, z), 10 + x + y + z);
+  source.setElement<int>(C(1, 3, 4), 0);  // a hole inside the blob stays a zero of the source
+
+  Dataset box(true);
+  box.copyNonZeroBoxFrom(&source, C(2, 2, 2, 0, 0));
+  // x -2..3, y 0..5, z 2..7.
+  ASSERT_EQ(box.getSize(), C(6, 6, 6, 1, 1));
+  EXPECT_EQ(box.getElementType(), TARV_ELEMENT_TYPE_UNSIGNED_CHAR);
+  const WorldCoordinates origin = source.getWorldEmbedding().voxelToWorld(C(-2, 0, 2));
+  EXPECT_EQ(box.getWorldEmbedding().getDatasetOrigin().x, origin.x);
+  EXPECT_EQ(box.getWorldEmbedding().getDatasetOrigin().z, origin.z);
+  int outsideVoxels = 0;
+  for (DatasetCoordinatesIterator it = box.getStartCoordinatesIterator(); it.valid; box.incrementCoordinatesIterator(it)) {
+    const DatasetCoordinates p = C(it.x - 2, it.y, it.z + 2);
+    if (source.areCoordinatesInside(p)) {
+      EXPECT_EQ(box.getElement<int>(it), source.getElement<int>(p)) << p;
+    } else {
+      ++outsideVoxels;
+      EXPECT_EQ(box.getElement<int>(it), 0) << "margin beyond the source at " << p;
+    }
+  }
+  EXPECT_EQ(outsideVoxels, 6 * 6 * 6 - 4 * 6 * 4);
+}
+
+TEST(DatasetBulkTest, ConvertNonZeroBoxFromConverts) {
+  Dataset source(true);
+  source.newDataset<float>(C(5, 5, 1, 1, 1), DatasetWorldEmbedding());
+  source.setAllElementsValue(0);
+  source.setElement<float>(C(2, 3, 0), 7.9f);
+  Dataset box(true);
+  box.convertNonZeroBoxFrom(&source, TARV_ELEMENT_TYPE_SIGNED_SHORT_INT, C(1, 0, 0));
+  ASSERT_EQ(box.getSize(), C(3, 1, 1, 1, 1));
+  EXPECT_EQ(box.getElementType(), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT);
+  EXPECT_EQ(box.getElement<int>(C(1, 0, 0)), 7);
+  EXPECT_EQ(box.getElement<int>(C(0, 0, 0)), 0);
+}
+
+TEST(DatasetBulkTest, NonZeroBoxOfAllZeroSourceOrNegativeMarginChangesNothing) {
+  Dataset zeros(true);
+  zeros.newDataset<int>(C(4, 4, 4, 1, 1), DatasetWorldEmbedding());
+  zeros.setAllElementsValue(0);
+  Dataset single(true);
+  single.newDataset<int>(C(4, 4, 4, 1, 1), DatasetWorldEmbedding());
+  single.setAllElementsValue(0);
+  single.setElement<int>(C(1, 1, 1), 5);
+  Dataset target(true);
+  target.newDataset<int>(C(2, 2, 1, 1, 1), DatasetWorldEmbedding());
+  fillWithPattern<int>(target);
+  const Snapshot before(target);
+  target.copyNonZeroBoxFrom(&zeros, C(3, 3, 3));
+  EXPECT_TRUE(Snapshot(target) == before) << "no non-zero element: nothing to extract";
+  target.copyNonZeroBoxFrom(&single, C(-1, 0, 0));
+  EXPECT_TRUE(Snapshot(target) == before) << "a margin that leaves no voxel";
+  target.copyNonZeroBoxFrom(&single, C(std::numeric_limits<int>::max(), 0, 0));
+  EXPECT_TRUE(Snapshot(target) == before) << "a box too large to allocate";
+}
+
+// ---- placement ----
+
+TEST(DatasetBulkTest, CopyAndPlaceBlockFromWritesTheBlockOnly) {
+  Dataset target(true);
+  target.newDataset<int>(C(6, 5, 1, 1, 1), embedding(3, 3, 3, 2, 2, 2));
+  target.setAllElementsValue(-1);
+  Dataset source(true);
+  source.newDataset<int>(C(4, 4, 1, 1, 1), DatasetWorldEmbedding());
+  fillWithPattern<int>(source);
+  const DatasetWorldEmbedding embeddingBefore = target.getWorldEmbedding();
+  target.copyAndPlaceBlockFrom(&source, C(3, 1, 0), DatasetBoundingBox(C(1, 1, 0), C(2, 3, 0)));
+  EXPECT_EQ(target.getSize(), C(6, 5, 1, 1, 1));
+  EXPECT_TRUE(target.getWorldEmbedding() == embeddingBefore);
+  for (int y = 0; y < 5; ++y)
+    for (int x = 0; x < 6; ++x) {
+      const bool inBlock = x >= 3 && x <= 4 && y >= 1 && y <= 3;
+      const int expected = inBlock ? source.getElement<int>(C(x - 2, y, 0)) : -1;
+      EXPECT_EQ(target.getElement<int>(C(x, y, 0)), expected) << x << ", " << y;
+    }
+}
+
+TEST(DatasetBulkTest, CopyAndPlaceBlockFromDropsWhatFallsOutside) {
+  const unsigned seed = 777;
+  std::mt19937 random(seed);
+  SCOPED_TRACE(testing::Message() << "seed " << seed);
+  std::uniform_int_distribution<int> extent(1, 6);
+  std::uniform_int_distribution<int> place(-8, 8);
+  for (int round = 0; round < 60; ++round) {
+    Dataset target(true);
+    target.newDataset<short>(C(extent(random), extent(random), extent(random), 1, 1), DatasetWorldEmbedding());
+    target.setAllElementsValue(-7);
+    Dataset source(true);
+    source.newDataset<float>(C(extent(random), extent(random), extent(random), 1, 1), DatasetWorldEmbedding());
+    fillRandomly(source, random, -1000, 1000);
+    const DatasetCoordinates position(place(random), place(random), place(random), 0, 0);
+    const DatasetBoundingBox box(C(place(random), place(random), place(random)), C(place(random), place(random), place(random)));
+    target.copyAndPlaceBlockFrom(&source, position, box);
+    // A source voxel s of the fitted box lands at s - fitted.start + position.
+    const DatasetBoundingBox fitted = source.fitBoxToInterior(box);
+    for (DatasetCoordinatesIterator it = target.getStartCoordinatesIterator(); it.valid; target.incrementCoordinatesIterator(it)) {
+      const DatasetCoordinates s = static_cast<DatasetCoordinates&>(it) - position + fitted.start;
+      bool fromBlock = true;
+      for (int k = 0; k < 5; ++k) fromBlock = fromBlock && s[k] >= fitted.start[k] && s[k] <= fitted.end[k];
+      const short expected = fromBlock ? convertElementValue<short>(source.getElement<float>(s)) : short(-7);
+      ASSERT_EQ(target.getElement<short>(it), expected) << "round " << round << " at " << it;
+    }
+  }
+}
+
+TEST(DatasetBulkTest, CopyAndPlaceBlockFromCopiesRawBytesOfTheSameType) {
+  Dataset source(true);
+  source.newDataset<double>(C(2, 1, 1, 1, 1), DatasetWorldEmbedding());
+  source.setElement<double>(C(0, 0, 0), std::numeric_limits<double>::quiet_NaN());
+  source.setElement<double>(C(1, 0, 0), -0.0);
+  Dataset target(true);
+  target.newDataset<double>(C(2, 1, 1, 1, 1), DatasetWorldEmbedding());
+  target.copyAndPlaceDatasetFrom(&source, C(0, 0, 0));
+  EXPECT_TRUE(std::isnan(target.getElement<double>(C(0, 0, 0))));
+  EXPECT_TRUE(std::signbit(target.getElement<double>(C(1, 0, 0))));
+}
+
+TEST(DatasetBulkTest, CopyAndPlaceBlockFromItselfMovesASnapshot) {
+  Dataset d(true);
+  d.newDataset<int>(C(8, 1, 1, 1, 1), DatasetWorldEmbedding());
+  fillWithPattern<int>(d);
+  Dataset original(true);
+  original.copyFrom(&d);
+  d.copyAndPlaceBlockFrom(&d, C(2, 0, 0), DatasetBoundingBox(C(0, 0, 0), C(4, 0, 0)));
+  for (int x = 0; x < 8; ++x) {
+    const int expected = x >= 2 && x <= 6 ? original.getElement<int>(C(x - 2, 0, 0)) : original.getElement<int>(C(x, 0, 0));
+    EXPECT_EQ(d.getElement<int>(C(x, 0, 0)), expected) << x;
+  }
+}
+
+TEST(DatasetBulkTest, PlacementWithoutDataOrEntirelyOutsideChangesNothing) {
+  Dataset source(true);
+  source.newDataset<int>(C(3, 3, 1, 1, 1), DatasetWorldEmbedding());
+  fillWithPattern<int>(source);
+  Dataset target(true);
+  target.newDataset<int>(C(4, 4, 1, 1, 1), DatasetWorldEmbedding());
+  target.setAllElementsValue(0);
+  const Snapshot before(target);
+  target.copyAndPlaceDatasetFrom(&source, C(4, 0, 0));
+  target.copyAndPlaceDatasetFrom(&source, C(-3, -3, 0));
+  target.copyAndPlaceDatasetFrom(&source, C(0, 0, 1));
+  target.copyAndPlaceDatasetFrom(&source, C(std::numeric_limits<int>::max(), 0, 0));
+  target.copyAndPlaceDatasetFrom(&source, C(std::numeric_limits<int>::min(), 0, 0));
+  Dataset empty(true);
+  target.copyAndPlaceDatasetFrom(&empty, C(0, 0, 0));
+  target.copyAndPlaceDatasetFrom(nullptr, C(0, 0, 0));
+  target.copyAndPlaceFirstSliceFrom(nullptr, 0);
+  EXPECT_TRUE(Snapshot(target) == before);
+  empty.copyAndPlaceDatasetFrom(&source, C(0, 0, 0));
+  EXPECT_FALSE(empty.hasData());
+}
+
+TEST(DatasetBulkTest, CopyAndPlaceFirstSliceFromWritesSliceZ) {
+  Dataset source(true);
+  source.newDataset<unsigned short>(C(3, 2, 4, 2, 2), DatasetWorldEmbedding());
+  fillWithPattern<unsigned short>(source);
+  Dataset target(true);
+  target.newDataset<int>(C(3, 2, 5, 1, 2), DatasetWorldEmbedding());
+  target.setAllElementsValue(0);
+  target.copyAndPlaceFirstSliceFrom(&source, 3);
+  for (DatasetCoordinatesIterator it = target.getStartCoordinatesIterator(); it.valid; target.incrementCoordinatesIterator(it)) {
+    const int expected = it.z == 3 ? source.getElement<int>(C(it.x, it.y, 0, 0, it.c)) : 0;
+    EXPECT_EQ(target.getElement<int>(it), expected) << it;
+  }
+}
+
+// ---- element-wise rewrites ----
+
+TEST(DatasetBulkTest, SetAllElementsValueConvertsOnceToTheElementType) {
+  Dataset d(true);
+  d.newDataset<int>(C(3, 3, 2, 1, 2), DatasetWorldEmbedding());
+  d.setAllElementsValue(2.9, nullptr);
+  EXPECT_EQ(d.getVoxelCountInValueRange(2, 2, false), d.getElementCount()) << "2.9 is stored as 2 in an int dataset";
+  Dataset flags(true);
+  flags.newDataset<bool>(C(9, 1, 1, 1, 1), DatasetWorldEmbedding());
+  flags.setAllElementsValue(0.5);
+  EXPECT_EQ(flags.getVoxelCountInValueRange(1, 1, false), 9u);
+}
+
+TEST(DatasetBulkTest, SetAllElementsValueStopsWhenTheProgressAsks) {
+  Dataset d(true);
+  d.newDataset<unsigned char>(C(500, 500, 1, 1, 1), DatasetWorldEmbedding());
+  d.setAllElementsValue(1);
+  StoppingProgress stopAtFirst(1);
+  d.setAllElementsValue(9, &stopAtFirst);
+  EXPECT_EQ(stopAtFirst.queries, 1) << "asked once, after 100000 elements";
+  EXPECT_EQ(d.getVoxelCountInValueRange(9, 9, false), 100000u) << "the fill stops at once";
+  EXPECT_EQ(d.getVoxelCountInValueRange(1, 1, false), 150000u) << "the rest stays as it was";
+
+  StoppingProgress never(0);
+  d.setAllElementsValue(4, &never);
+  EXPECT_EQ(never.queries, 2) << "asked after 100000 and 200000 elements";
+  EXPECT_EQ(d.getVoxelCountInValueRange(4, 4, false), 250000u);
+}
+
+TEST(DatasetBulkTest, SetAllElementsValueWritesThroughTheElementAccess) {
+  CountingDataset d;
+  d.newDataset<float>(C(4, 3, 2, 1, 1), DatasetWorldEmbedding());
+  d.resetCounts();
+  d.setAllElementsValue(1.5);
+  EXPECT_EQ(d.iteratorWrites, 24);
+  EXPECT_EQ(d.fullAnnouncements, 1);
+  EXPECT_EQ(d.getMinimumValue(), 1.5);
+}
+
+TEST(DatasetBulkTest, ChangeAllElementsValueMatchesNegativeZeroButNeverNaN) {
+  Dataset d(true);
+  d.newDataset<float>(C(4, 1, 1, 1, 1), DatasetWorldEmbedding());
+  d.setElement<float>(C(0, 0, 0), 0.0f);
+  d.setElement<float>(C(1, 0, 0), -0.0f);
+  d.setElement<float>(C(2, 0, 0), std::numeric_limits<float>::quiet_NaN());
+  d.setElement<float>(C(3, 0, 0), 1.0f);
+  d.changeAllElementsValue(0, 5);
+  EXPECT_EQ(d.getElement<float>(C(0, 0, 0)), 5.0f);
+  EXPECT_EQ(d.getElement<float>(C(1, 0, 0)), 5.0f) << "-0.0 compares equal to 0";
+  EXPECT_TRUE(std::isnan(d.getElement<float>(C(2, 0, 0))));
+  EXPECT_EQ(d.getElement<float>(C(3, 0, 0)), 1.0f);
+  d.changeAllElementsValue(std::numeric_limits<double>::quiet_NaN(), 8);
+  EXPECT_TRUE(std::isnan(d.getElement<float>(C(2, 0, 0)))) << "NaN never matches";
+}
+
+TEST(DatasetBulkTest, ForceMinimumAndMaximumClampElements) {
+  Dataset d(true);
+  d.newDataset<short>(C(7, 1, 1, 1, 1), DatasetWorldEmbedding());
+  for (int x = 0; x < 7; ++x) d.setElement<int>(C(x, 0, 0), x * 10 - 30);
+  d.forceMinimumElementValue(-15.5);
+  d.forceMaximumElementValue(12.7);
+  for (int x = 0; x < 7; ++x) {
+    const int v = x * 10 - 30;
+    const int expected = v < -15.5 ? -15 : (v > 12.7 ? 12 : v);
+    EXPECT_EQ(d.getElement<int>(C(x, 0, 0)), expected) << "limits are converted like every value";
+  }
+}
+
+TEST(DatasetBulkTest, FlipXAxisOfWidthOneChangesNothing) {
+  Dataset d(true);
+  d.newDataset<int>(C(1, 3, 2, 2, 2), DatasetWorldEmbedding());
+  fillWithPattern<int>(d);
+  const Snapshot before(d);
+  d.flipXAxis();
+  EXPECT_TRUE(Snapshot(d) == before);
+}
+
+TEST(DatasetBulkTest, FlipsMirrorTheirAxisAndKeepTheMiddle) {
+  Dataset original(true);
+  original.newDataset<unsigned short>(C(5, 4, 3, 2, 2), embedding(1, 2, 3, 1, 1, 1));
+  fillWithPattern<unsigned short>(original);
+  const DatasetCoordinates n = original.getSize();
+  for (int axis = 0; axis < 3; ++axis) {
+    Dataset d(true);
+    d.copyFrom(&original);
+    if (axis == 0) d.flipXAxis();
+    if (axis == 1) d.flipYAxis();
+    if (axis == 2) d.flipZAxis();
+    EXPECT_TRUE(d.getWorldEmbedding() == original.getWorldEmbedding()) << "the embedding is not changed";
+    for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it)) {
+      DatasetCoordinates mirrored = it;
+      mirrored[axis] = n[axis] - 1 - it[axis];
+      ASSERT_EQ(d.getElement<int>(it), original.getElement<int>(mirrored)) << "axis " << axis << " at " << it;
+    }
+  }
+  Dataset flags(true);
+  flags.newDataset<bool>(C(5, 1, 1, 1, 1), DatasetWorldEmbedding());
+  flags.setAllElementsValue(0);
+  flags.setElement<bool>(C(0, 0, 0), true);
+  flags.setElement<bool>(C(2, 0, 0), true);
+  flags.flipXAxis();
+  EXPECT_TRUE(flags.getElement<bool>(C(4, 0, 0)));
+  EXPECT_TRUE(flags.getElement<bool>(C(2, 0, 0))) << "the middle column of an odd width stays";
+  EXPECT_FALSE(flags.getElement<bool>(C(0, 0, 0)));
+}
+
+TEST(DatasetBulkTest, NormalizeVectorLengthScalesToUnitLength) {
+  Dataset d(true);
+  d.newDataset<double>(C(2, 1, 1, 1, 1), DatasetWorldEmbedding());
+  d.setElement<double>(C(0, 0, 0), 3);
+  d.setElement<double>(C(1, 0, 0), 4);
+  d.normalizeVectorLength();
+  EXPECT_DOUBLE_EQ(d.getElement<double>(C(0, 0, 0)), 0.6);
+  EXPECT_DOUBLE_EQ(d.getElement<double>(C(1, 0, 0)), 0.8);
+
+  Dataset integers(true);
+  integers.newDataset<int>(C(2, 1, 1, 1, 1), DatasetWorldEmbedding());
+  integers.setElement<int>(C(0, 0, 0), 3);
+  integers.setElement<int>(C(1, 0, 0), 4);
+  integers.normalizeVectorLength();
+  EXPECT_EQ(integers.getElement<int>(C(0, 0, 0)), 0) << "0.6 truncates to 0";
+  EXPECT_EQ(integers.getElement<int>(C(1, 0, 0)), 0) << "0.8 truncates to 0";
+
+  Dataset zeros(true);
+  zeros.newDataset<float>(C(3, 3, 1, 1, 1), DatasetWorldEmbedding());
+  zeros.setAllElementsValue(-0.0);
+  zeros.normalizeVectorLength();
+  for (DatasetCoordinatesIterator it = zeros.getStartCoordinatesIterator(); it.valid; zeros.incrementCoordinatesIterator(it))
+    EXPECT_TRUE(std::signbit(zeros.getElement<float>(it))) << "an all-zero dataset is left as it was";
+}
+
+TEST(DatasetBulkTest, RewritesOfAnEmptyDatasetDoNothing) {
+  Dataset d(true);
+  StoppingProgress progress(1);
+  d.setAllElementsValue(3, &progress);
+  d.changeAllElementsValue(0, 1);
+  d.forceMinimumElementValue(1);
+  d.forceMaximumElementValue(0);
+  d.flipXAxis();
+  d.flipYAxis();
+  d.flipZAxis();
+  d.normalizeVectorLength();
+  EXPECT_FALSE(d.hasData());
+  EXPECT_EQ(progress.queries, 0);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Plain in-memory datasets are copied and scanned in whole rows; CountingDataset, which overrides
+// the element access, takes the element-by-element path. Both must give the same bytes.
+
+namespace {
+
+const TARVElementType kAllTypes[] = {
+    TARV_ELEMENT_TYPE_BOOL,        TARV_ELEMENT_TYPE_SIGNED_CHAR,        TARV_ELEMENT_TYPE_UNSIGNED_CHAR,
+    TARV_ELEMENT_TYPE_SIGNED_SHORT_INT, TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT, TARV_ELEMENT_TYPE_SIGNED_INT,
+    TARV_ELEMENT_TYPE_UNSIGNED_INT, TARV_ELEMENT_TYPE_SIGNED_LONG_INT,   TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT,
+    TARV_ELEMENT_TYPE_FLOAT,        TARV_ELEMENT_TYPE_DOUBLE,             TARV_ELEMENT_TYPE_LONG_DOUBLE};
+
+// Random values, NaN, infinities and values beyond the integer ranges among them.
+void fillRandomValues(Dataset& d, std::mt19937& rng) {
+  std::uniform_real_distribution<double> value(-3.0e9, 3.0e9);
+  std::uniform_int_distribution<int> pick(0, 19);
+  const double specials[] = {std::nan(""), INFINITY, -INFINITY, -0.0, 1.0e19, -2.5, 255.5, 70000.25};
+  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it)) {
+    const int k = pick(rng);
+    d.setElement<double>(it, k < 8 ? specials[k] : value(rng));
+  }
+}
+
+// Every element's bytes (bool as 0 or 1), with size, type and embedding.
+std::vector<unsigned char> bytesOf(Dataset& d) {
+  std::vector<unsigned char> bytes;
+  unsigned char buffer[16];
+  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it)) {
+    std::memset(buffer, 0, sizeof(buffer));
+    d.getElementByBuffer(static_cast<const DatasetCoordinates&>(it), buffer);
+    bytes.insert(bytes.end(), buffer, buffer + std::max(1u, d.getElementByteSize()));
+  }
+  return bytes;
+}
+
+void expectSameDataset(Dataset& a, Dataset& b) {
+  EXPECT_EQ(a.getSize(), b.getSize());
+  EXPECT_EQ(a.getElementType(), b.getElementType());
+  EXPECT_TRUE(a.getWorldEmbedding() == b.getWorldEmbedding());
+  EXPECT_EQ(a.getMinimumAndMaximumValueCacheStatus(), b.getMinimumAndMaximumValueCacheStatus());
+  EXPECT_TRUE(bytesOf(a) == bytesOf(b));
+}
+
+}  // namespace
+
+TEST(DatasetBulkRowTest, ConvertPartFromInWholeRowsEqualsElementAccess) {
+  for (unsigned seed = 1; seed <= 40; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+    const DatasetCoordinates size = C(any(1, 20), any(1, 6), any(1, 5), any(1, 2), any(1, 3));
+    const TARVElementType from = kAllTypes[any(0, 11)];
+    const TARVElementType to = kAllTypes[any(0, 11)];
+    const DatasetWorldEmbedding embedding(WorldCoordinates(1, 2, 3, 0), WorldCoordinates(0.5, 0.7, 2, 1));
+    Dataset plainSource(true);
+    CountingDataset countingSource;
+    plainSource.newDataset(size, from, embedding);
+    fillRandomValues(plainSource, rng);
+    countingSource.copyFrom(&plainSource);
+    DatasetCoordinates a, b;
+    for (int k = 0; k < 5; ++k) {
+      a[k] = any(-2, size[k]);
+      b[k] = any(-2, size[k] + 1);
+    }
+    if (any(0, 1) == 0) {
+      a.c = 0;
+      b.c = size.c - 1;
+    }
+    const DatasetBoundingBox box(a, b);
+    Dataset plainTarget(true);
+    CountingDataset countingTarget;
+    plainTarget.convertPartFrom(&plainSource, to, box);
+    countingTarget.convertPartFrom(&countingSource, to, box);
+    expectSameDataset(plainTarget, countingTarget);
+    plainTarget.copyPartFrom(&plainSource, box);
+    countingTarget.copyPartFrom(&countingSource, box);
+    expectSameDataset(plainTarget, countingTarget);
+  }
+}
+
+TEST(DatasetBulkRowTest, CopyFromIntoADatasetOfTheSameShapeEqualsAFreshCopy) {
+  for (unsigned seed = 1; seed <= 12; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+    const TARVElementType type = kAllTypes[any(0, 11)];
+    Dataset first(true), second(true);
+    first.newDataset(C(any(1, 30), any(1, 5), any(1, 4), 1, any(1, 2)), type, DatasetWorldEmbedding());
+    second.newDataset(first.getSize(), type,
+                      DatasetWorldEmbedding(WorldCoordinates(4, 5, 6, 0), WorldCoordinates(1, 2, 3, 1)));
+    fillRandomValues(first, rng);
+    fillRandomValues(second, rng);
+    second.getModalityLUT().set(2.0, -7.0);
+    Dataset reused(true);
+    CountingDataset fresh;
+    reused.copyFrom(&first);
+    reused.setMinimumAndMaximumValueCacheStatus(true);
+    // The second copy hands the block of the first to the copy.
+    reused.copyFrom(&second);
+    fresh.copyFrom(&second);
+    expectSameDataset(reused, fresh);
+    EXPECT_TRUE(reused.getModalityLUT().isValid());
+    EXPECT_EQ(reused.getModalityLUT().getSlope(), 2.0);
+    EXPECT_EQ(reused.getModalityLUT().getIntercept(), -7.0);
+    // The source keeps its own elements.
+    EXPECT_TRUE(bytesOf(second) == bytesOf(fresh));
+  }
+}
+
+TEST(DatasetBulkRowTest, MinimumAndMaximumOfPlainDatasetsEqualElementAccess) {
+  for (unsigned seed = 1; seed <= 40; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+    const TARVElementType type = kAllTypes[any(0, 11)];
+    Dataset plain(true);
+    CountingDataset counting;
+    plain.newDataset(C(any(1, 40), any(1, 5), any(1, 5), any(1, 2), any(1, 2)), type, DatasetWorldEmbedding());
+    fillRandomValues(plain, rng);
+    counting.copyFrom(&plain);
+    const double plainMinimum = plain.getMinimumValue(), countingMinimum = counting.getMinimumValue();
+    const double plainMaximum = plain.getMaximumValue(), countingMaximum = counting.getMaximumValue();
+    EXPECT_EQ(std::memcmp(&plainMinimum, &countingMinimum, sizeof(double)), 0);
+    EXPECT_EQ(std::memcmp(&plainMaximum, &countingMaximum, sizeof(double)), 0);
+    EXPECT_EQ(std::memcmp(plain.getElementBuffer(), counting.getElementBuffer(), plain.getElementByteSize()), 0)
+        << "the last element read stays in the element buffer";
+  }
+}
