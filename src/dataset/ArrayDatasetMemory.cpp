@@ -1,12 +1,79 @@
 #include "dataset/ArrayDatasetMemory.h"
 
+#include <bit>
 #include <cstdlib>
+#include <mutex>
+#include <vector>
 
 namespace tarv {
 
+namespace {
+
+// Released blocks of a few megabytes are kept for a while and handed to the next allocation of the
+// same byte size: caches that are dropped and allocated again region by region then reuse memory
+// that is already mapped instead of faulting in (and having the kernel clear) fresh pages. At most
+// kPoolBytes are kept, the oldest given back first.
+constexpr std::uint64_t kPoolSmallestBlock = std::uint64_t(1) << 20;
+constexpr std::uint64_t kPoolLargestBlock = std::uint64_t(64) << 20;
+constexpr std::uint64_t kPoolBytes = std::uint64_t(128) << 20;
+
+class BlockPool {
+public:
+  unsigned char* take(std::uint64_t bytes) {
+    if (bytes < kPoolSmallestBlock || bytes > kPoolLargestBlock) return nullptr;
+    const std::lock_guard<std::mutex> lock(mutex);
+    for (auto it = blocks.begin(); it != blocks.end(); ++it)
+      if (it->bytes == bytes) {
+        unsigned char* block = it->block;
+        total -= it->bytes;
+        blocks.erase(it);
+        return block;
+      }
+    return nullptr;
+  }
+  // Keeps the block, or frees it when it is not of a kept size.
+  void give(unsigned char* block, std::uint64_t bytes) {
+    if (block == nullptr) return;
+    if (bytes < kPoolSmallestBlock || bytes > kPoolLargestBlock) {
+      std::free(block);
+      return;
+    }
+    const std::lock_guard<std::mutex> lock(mutex);
+    while (!blocks.empty() && total + bytes > kPoolBytes) {
+      std::free(blocks.front().block);
+      total -= blocks.front().bytes;
+      blocks.erase(blocks.begin());
+    }
+    blocks.push_back({block, bytes});
+    total += bytes;
+  }
+
+private:
+  struct Entry {
+    unsigned char* block;
+    std::uint64_t bytes;
+  };
+  std::mutex mutex;
+  std::vector<Entry> blocks;
+  std::uint64_t total = 0;
+};
+
+// Never destroyed: memories may still be released while static objects are torn down.
+BlockPool& blockPool() {
+  static BlockPool* pool = new BlockPool();
+  return *pool;
+}
+
+unsigned char* allocateBlock(std::uint64_t bytes) {
+  if (unsigned char* reused = blockPool().take(bytes)) return reused;
+  return static_cast<unsigned char*>(std::malloc(bytes == 0 ? 1 : bytes));
+}
+
+}  // namespace
+
 ArrayDatasetMemory::~ArrayDatasetMemory() {
   if (allocated) releaseElements();
-  std::free(block);
+  releaseElements();
 }
 
 DatasetMemory* ArrayDatasetMemory::cloneEmpty() const { return new ArrayDatasetMemory(); }
@@ -14,6 +81,29 @@ DatasetMemory* ArrayDatasetMemory::cloneEmpty() const { return new ArrayDatasetM
 DatasetMemory* ArrayDatasetMemory::clone() const {
   auto* copy = new ArrayDatasetMemory();
   if (allocated && copy->allocate(size, elementType, start)) std::memcpy(copy->block, block, getByteSize());
+  return copy;
+}
+
+ArrayDatasetMemory* ArrayDatasetMemory::cloneReusing(ArrayDatasetMemory& donor) const {
+  if (&donor == this || !allocated || !donor.allocated || donor.block == nullptr || donor.getByteSize() != getByteSize())
+    return static_cast<ArrayDatasetMemory*>(clone());
+  auto* copy = new ArrayDatasetMemory();
+  // The donor's block becomes the copy's; the donor is left released.
+  unsigned char* reused = donor.block;
+  const std::uint64_t reusedBytes = donor.blockBytes;
+  donor.block = nullptr;
+  donor.blockBytes = 0;
+  donor.release();
+  copy->size = size;
+  copy->start = start;
+  copy->end = end;
+  copy->elementType = elementType;
+  copy->elementByteSize = elementByteSize;
+  copy->elementBitSize = elementBitSize;
+  copy->block = reused;
+  copy->blockBytes = reusedBytes;
+  copy->allocated = true;
+  std::memcpy(copy->block, block, getByteSize());
   return copy;
 }
 
@@ -27,8 +117,7 @@ std::uint64_t ArrayDatasetMemory::getByteSize() const {
 }
 
 bool ArrayDatasetMemory::allocateElements() {
-  std::free(block);
-  block = nullptr;
+  releaseElements();
   // The element count is kept in 32-bit signed arithmetic: a size whose product does not fit
   // is refused rather than given a block smaller than the memory it claims to hold.
   std::uint64_t exact = 1;
@@ -38,13 +127,15 @@ bool ArrayDatasetMemory::allocateElements() {
     if (exact > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max())) return false;
   }
   const std::uint64_t bytes = getByteSize();
-  block = static_cast<unsigned char*>(std::malloc(bytes == 0 ? 1 : bytes));
+  block = allocateBlock(bytes);
+  blockBytes = block != nullptr ? bytes : 0;
   return block != nullptr;
 }
 
 void ArrayDatasetMemory::releaseElements() {
-  std::free(block);
+  blockPool().give(block, blockBytes);
   block = nullptr;
+  blockBytes = 0;
 }
 
 DatasetCoordinatesIterator ArrayDatasetMemory::getStartCoordinatesIterator() const {
@@ -114,6 +205,55 @@ bool ArrayDatasetMemory::getElementByBuffer(const DatasetCoordinatesIterator& it
 
 void ArrayDatasetMemory::setElementByBuffer(const DatasetCoordinatesIterator& it, const void* buffer) {
   setElementByIndex(it.index, buffer);
+}
+
+std::uint64_t ArrayDatasetMemory::findBit(std::uint64_t index, std::uint64_t count, bool value) const {
+  const std::uint64_t end = index + count;
+  std::uint64_t i = index;
+  const unsigned char flip = value ? 0x00 : 0xff;
+  // Bit by bit up to a byte boundary, then eight bytes at a time, then bit by bit again.
+  while (i < end && (i & 7) != 0) {
+    if (((block[i >> 3] >> (i & 7)) & 1) == (value ? 1 : 0)) return i;
+    ++i;
+  }
+  const std::uint64_t wordFlip = value ? 0 : ~std::uint64_t(0);
+  while (std::endian::native == std::endian::little && i + 64 <= end) {
+    std::uint64_t word;
+    std::memcpy(&word, block + (i >> 3), 8);
+    word ^= wordFlip;
+    if (word != 0) return i + static_cast<std::uint64_t>(std::countr_zero(word));
+    i += 64;
+  }
+  while (i + 8 <= end) {
+    const unsigned char byte = block[i >> 3] ^ flip;
+    if (byte != 0) return i + static_cast<std::uint64_t>(std::countr_zero(byte));
+    i += 8;
+  }
+  while (i < end) {
+    if (((block[i >> 3] >> (i & 7)) & 1) == (value ? 1 : 0)) return i;
+    ++i;
+  }
+  return end;
+}
+
+void ArrayDatasetMemory::setBits(std::uint64_t index, std::uint64_t count, bool value) {
+  const std::uint64_t end = index + count;
+  std::uint64_t i = index;
+  while (i < end && (i & 7) != 0) {
+    if (value) block[i >> 3] |= bitMask[i & 7];
+    else block[i >> 3] &= negatedBitMask[i & 7];
+    ++i;
+  }
+  if (i + 8 <= end) {
+    const std::uint64_t bytes = (end - i) >> 3;
+    std::memset(block + (i >> 3), value ? 0xff : 0x00, bytes);
+    i += bytes << 3;
+  }
+  while (i < end) {
+    if (value) block[i >> 3] |= bitMask[i & 7];
+    else block[i >> 3] &= negatedBitMask[i & 7];
+    ++i;
+  }
 }
 
 }  // namespace tarv

@@ -14,6 +14,9 @@ public:
   DatasetMemory* cloneEmpty() const override;
   DatasetMemory* clone() const override;
   using DatasetMemory::clone;
+  // clone(), taking the element block of donor (which is left released) when that block has the
+  // same byte size, so that no fresh memory has to be touched; otherwise a plain clone().
+  ArrayDatasetMemory* cloneReusing(ArrayDatasetMemory& donor) const;
   unsigned long getMemoryUsage() const override;
   DatasetCoordinatesIterator getStartCoordinatesIterator() const override;
   void incrementCoordinatesIterator(DatasetCoordinatesIterator& it) const override;
@@ -33,7 +36,7 @@ public:
     if (elementType == TARV_ELEMENT_TYPE_BOOL) {
       *static_cast<unsigned char*>(buffer) = (block[index >> 3] & bitMask[index & 7]) ? 1 : 0;
     } else {
-      std::memcpy(buffer, block + index * elementByteSize, elementByteSize);
+      copyElement(buffer, block + index * elementByteSize, elementByteSize);
     }
   }
   void setElementByIndex(std::uint64_t index, const void* buffer) {
@@ -43,9 +46,15 @@ public:
       else
         block[index >> 3] |= bitMask[index & 7];
     } else {
-      std::memcpy(block + index * elementByteSize, buffer, elementByteSize);
+      copyElement(block + index * elementByteSize, buffer, elementByteSize);
     }
   }
+
+  // Bool memories, one bit per element: the index of the first element of index .. index + count - 1
+  // whose bit equals value, or index + count when there is none.
+  std::uint64_t findBit(std::uint64_t index, std::uint64_t count, bool value) const;
+  // Bool memories: sets the bits of elements index .. index + count - 1 to value.
+  void setBits(std::uint64_t index, std::uint64_t count, bool value);
 
 protected:
   bool allocateElements() override;
@@ -54,7 +63,21 @@ protected:
   std::uint64_t getByteSize() const;
 
 private:
+  // One element of any of the byte sizes 1, 2, 4, 8 and 16, copied without a library call.
+  static void copyElement(void* to, const void* from, unsigned int bytes) {
+    switch (bytes) {
+      case 1: std::memcpy(to, from, 1); break;
+      case 2: std::memcpy(to, from, 2); break;
+      case 4: std::memcpy(to, from, 4); break;
+      case 8: std::memcpy(to, from, 8); break;
+      case 16: std::memcpy(to, from, 16); break;
+      default: std::memcpy(to, from, bytes); break;
+    }
+  }
+
   unsigned char* block = nullptr;
+  // Bytes allocated for the block (0 while there is none).
+  std::uint64_t blockBytes = 0;
 };
 
 }  // namespace tarv
