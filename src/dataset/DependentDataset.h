@@ -63,6 +63,9 @@ public:
   std::list<int> getTempSourceIDList() const { return tempSourceIDList; }
 
 protected:
+  // True when the dataset is this one or computed from it (directly or further down).
+  bool wouldCloseCycle(const Dataset* source) const;
+
   std::list<int> tempSourceIDList;
   std::vector<Dataset*> sourceDatasets;
   bool dynamicallyCached = true;

@@ -1,0 +1,7 @@
+#include "dataset/DatasetCalculationModule.h"
+
+namespace tarv {
+
+DatasetCalculationModule::~DatasetCalculationModule() = default;
+
+}  // namespace tarv
