@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Installs the dependencies, builds tarv and runs its main job.
+# Installs the dependencies, builds the tarv tool and runs its main job, "tarv demo": a synthetic
+# CT phantom through the library's formats, filter graph and segmentation measures. Arguments go to
+# "tarv demo" (for example a result directory; the default is ./tarv-demo).
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
-cd "$top"
 if [ "${TARV_SKIP_INSTALL:-0}" != 1 ]; then
-  scripts/install-dependencies.sh
+  "$top/scripts/install-dependencies.sh"
 fi
-cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DTARV_BUILD_TESTS=OFF
-cmake --build build/release -j"${TARV_JOBS:-2}" --target tarv_example
-build/release/tools/tarv_example "$@"
+cmake -S "$top" -B "$top/build/release" -DCMAKE_BUILD_TYPE=Release -DTARV_BUILD_TESTS=OFF
+cmake --build "$top/build/release" -j"${TARV_JOBS:-2}" --target tarv
+exec "$top/build/release/tools/tarv" demo "$@"

@@ -1,0 +1,101 @@
+#ifndef TARV_TOOLS_DATASETFILES_H
+#define TARV_TOOLS_DATASETFILES_H
+
+#include <string>
+
+#include "FileFormat.h"
+#include "dataset/Dataset.h"
+#include "dataset/DatasetHandle.h"
+
+namespace CLI {
+class App;
+}
+
+namespace tarv::tool {
+
+// How a raw file is laid out; a raw file stores nothing of it. Values as given on the command
+// line ("X,Y,Z[,T[,C]]", an element type name, "sx,sy,sz[,st]").
+struct RawLayout {
+  std::string size;
+  std::string type;
+  std::string spacing;
+  std::string origin;
+  bool byteSwap = false;
+  int headerSize = 0;
+  int trailerSize = 0;
+  int elementPrefixSize = 0;
+  int elementSuffixSize = 0;
+};
+
+// Options of every command that reads dataset files.
+struct InputOptions {
+  std::string format;
+  RawLayout raw;
+};
+
+// Options of every command that writes a dataset file.
+struct OutputOptions {
+  std::string format;
+  std::string type;
+  // The time step to write; -1 for all (or the only one).
+  int time = -1;
+  RawLayout raw;
+  // The file the data is read from while it is written (a lazily read input), to name it when
+  // one of its blocks cannot be read.
+  std::string sourceName;
+};
+
+// Adds --input-format and the --raw-* layout options.
+void addInputOptions(CLI::App& command, InputOptions& options);
+// Adds --format, --type and (withTime) --time.
+void addOutputOptions(CLI::App& command, OutputOptions& options, bool withTime);
+
+// lazy: a file-backed dataset that reads blocks on demand where the format allows it (TARV1,
+// paged TIFF), otherwise the whole file in memory. memory: always a plain dataset in memory.
+enum class Access { lazy, memory };
+
+struct OpenedDataset {
+  DatasetHandle handle;
+  FileFormat format = FileFormat::raw;
+  bool lazy = false;
+  std::string path;
+  Dataset* get() const { return GetRawPtr(handle); }
+};
+
+// Opens a dataset file with the format named by options.format or by the extension. A .tif file
+// that is not a paged (tiled) TIFF file is read through VTK. Throws ToolError naming the file
+// and the reason when the file cannot be used.
+OpenedDataset openDataset(const std::string& path, const InputOptions& options, Access access);
+
+// What writeDataset wrote.
+struct WrittenFile {
+  FileFormat format = FileFormat::raw;
+  DatasetCoordinates size;
+  TARVElementType elementType = TARV_ELEMENT_TYPE_NO_TYPE;
+  long long bytes = 0;
+};
+
+// Writes the dataset (time step options.time, converted to options.type) in the format named by
+// options.format or by the extension, atomically: an existing file is replaced only by a
+// complete one. Throws ToolError naming the file when the format cannot hold the data or the
+// write fails.
+WrittenFile writeDataset(Dataset* dataset, const std::string& path, const OutputOptions& options);
+
+// Throws the ToolError that writeDataset would throw for the format, element type, time step
+// and shape, without writing anything: for checks before a long computation.
+void checkCanWrite(Dataset* dataset, const std::string& path, const OutputOptions& options);
+
+// The header of a paged TIFF file as the library prints it; empty for other files.
+std::string pagedTiffHeaderText(const std::string& path);
+
+// Throws ToolError naming the file when a lazily read file reported a read error since messages
+// was made (a damaged tile or slice).
+class LibraryMessages;
+void throwIfReadFailed(const LibraryMessages& messages, const std::string& path);
+
+// "128 x 128 x 64", with ", t 3" and ", 2 components" when there are several.
+std::string sizeText(const DatasetCoordinates& size);
+
+}  // namespace tarv::tool
+
+#endif
