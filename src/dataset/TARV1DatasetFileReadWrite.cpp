@@ -1,0 +1,130 @@
+#include "dataset/TARV1DatasetFileReadWrite.h"
+
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <fstream>
+#include <new>
+#include <sstream>
+#include <vector>
+
+#include "core/Mathematics.h"
+#include "dataset/ByteOrder.h"
+#include "dataset/TARV1FileHeader.h"
+
+namespace tarv {
+
+namespace {
+
+// floor(v) as an int, held inside the int range (NaN gives 0).
+int floorToInt(double v) {
+  if (std::isnan(v)) return 0;
+  const double f = std::floor(v);
+  if (f <= static_cast<double>(INT_MIN)) return INT_MIN;
+  if (f >= static_cast<double>(INT_MAX)) return INT_MAX;
+  return static_cast<int>(f);
+}
+
+bool readSamples(std::istream& stream, TARV1FileHeader& header, Dataset* dataset) {
+  dataset->newDataset<float>(header.size, header.getWorldEmbedding());
+  if (!dataset->hasData()) return false;
+  dataset->announceAccessToFullDataset();
+  const std::size_t sliceSamples = header.getSliceSampleCount();
+  std::vector<unsigned char> bytes;
+  std::vector<std::uint16_t> samples;
+  try {
+    bytes.resize(sliceSamples * TARV1FileHeader::sampleByteSize);
+    samples.resize(sliceSamples);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  DatasetCoordinates p(0, 0, 0, 0, 0);
+  for (p.t = 0; p.t < header.size.t; ++p.t)
+    for (p.z = 0; p.z < header.size.z; ++p.z) {
+      if (!stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
+        return false;
+      TARV1FileHeader::decodeSamples(bytes.data(), sliceSamples, header.littleEndian, samples.data());
+      const std::uint16_t* sample = samples.data();
+      for (p.y = 0; p.y < header.size.y; ++p.y)
+        for (p.x = 0; p.x < header.size.x; ++p.x) dataset->setElement<double>(p, header.getValue(*sample++));
+    }
+  if (header.hasValueRange()) dataset->setCachedMinimumAndMaximumValue(header.minimumValue, header.maximumValue);
+  return true;
+}
+
+}  // namespace
+
+void TARV1DatasetFileReadWrite::read(Dataset* dataset) {
+  if (dataset == nullptr) return;
+  std::ifstream stream(fileName, std::ios::binary);
+  TARV1FileHeader header;
+  if (!stream.is_open() || !header.read(stream) || !readSamples(stream, header, dataset)) dataset->clear();
+}
+
+void TARV1DatasetFileReadWrite::write(Dataset* dataset) {
+  if (dataset == nullptr || !dataset->hasData()) return;
+  std::ofstream stream(fileName, std::ios::binary | std::ios::trunc);
+  if (!stream.is_open()) return;
+
+  const double minimum = dataset->getMinimumValue();
+  const double maximum = dataset->getMaximumValue();
+  const int offset = floorToInt(minimum);
+  int factor = 1;
+  if (maximum > offset) {
+    const int f = floorToInt(65535.0 / (maximum - offset));
+    factor = f != 0 ? f : 1;
+  }
+
+  const DatasetCoordinates size = dataset->getSize();
+  const WorldCoordinates& origin = dataset->getWorldEmbedding().getDatasetOrigin();
+  const WorldCoordinates& spacing = dataset->getWorldEmbedding().getVoxelSpacing();
+  std::ostringstream header;
+  header.precision(16);
+  header << "X = " << size.x << "\n"
+         << "Y = " << size.y << "\n"
+         << "Z = " << size.z << "\n"
+         << "t = " << size.t << "\n"
+         << "factor = " << factor << "\n"
+         << "endian = " << (littleEndian ? "littleendian" : "bigendian") << "\n"
+         << "offset = " << offset << "\n"
+         << "originX = " << origin.x << "\n"
+         << "originY = " << origin.y << "\n"
+         << "originZ = " << origin.z << "\n"
+         << "originT = " << origin.t << "\n"
+         << "spacingX = " << spacing.x << "\n"
+         << "spacingY = " << spacing.y << "\n"
+         << "spacingZ = " << spacing.z << "\n"
+         << "spacingT = " << spacing.t << "\n"
+         << "minimumValue = " << minimum << "\n"
+         << "maximumValue = " << maximum << "\n";
+  std::string text = header.str();
+  // Blanks up to byte 2046, then a carriage return; longer text is kept whole.
+  if (text.size() < TARV1FileHeader::headerByteSize - 1) text.resize(TARV1FileHeader::headerByteSize - 1, ' ');
+  text += '\r';
+  stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+
+  dataset->announceAccessToFullDataset();
+  const std::size_t sliceSamples = static_cast<std::size_t>(size.x) * static_cast<std::size_t>(size.y);
+  std::vector<std::uint16_t> samples;
+  try {
+    samples.resize(sliceSamples);
+  } catch (const std::bad_alloc&) {
+    return;
+  }
+  DatasetCoordinates p(0, 0, 0, 0, 0);
+  for (p.t = 0; p.t < size.t && stream; ++p.t)
+    for (p.z = 0; p.z < size.z && stream; ++p.z) {
+      std::uint16_t* sample = samples.data();
+      for (p.y = 0; p.y < size.y; ++p.y)
+        for (p.x = 0; p.x < size.x; ++p.x) {
+          const int r = Mathematics::round((dataset->getElement<double>(p) - offset) * factor);
+          // Only the low 16 bits are kept: values above the stated maximum wrap.
+          *sample++ = static_cast<std::uint16_t>(r < 0 ? 0 : r);
+        }
+      ByteOrder::convertLittleEndian(samples.data(), sliceSamples, TARV1FileHeader::sampleByteSize, littleEndian);
+      stream.write(reinterpret_cast<const char*>(samples.data()),
+                   static_cast<std::streamsize>(sliceSamples * TARV1FileHeader::sampleByteSize));
+    }
+}
+
+}  // namespace tarv
