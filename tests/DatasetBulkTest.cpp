@@ -761,14 +761,17 @@ void fillRandomValues(Dataset& d, std::mt19937& rng) {
   }
 }
 
-// Every element's bytes (bool as 0 or 1), with size, type and embedding.
+// Every element's bytes (bool as 0 or 1; of a long double the ten bytes of its value, not the
+// padding that completes its sixteen).
 std::vector<unsigned char> bytesOf(Dataset& d) {
   std::vector<unsigned char> bytes;
   unsigned char buffer[16];
+  const unsigned int valueBytes =
+      d.getElementType() == TARV_ELEMENT_TYPE_LONG_DOUBLE ? 10u : std::max(1u, d.getElementByteSize());
   for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it)) {
     std::memset(buffer, 0, sizeof(buffer));
     d.getElementByBuffer(static_cast<const DatasetCoordinates&>(it), buffer);
-    bytes.insert(bytes.end(), buffer, buffer + std::max(1u, d.getElementByteSize()));
+    bytes.insert(bytes.end(), buffer, buffer + valueBytes);
   }
   return bytes;
 }
@@ -807,6 +810,7 @@ TEST(DatasetBulkRowTest, ConvertPartFromInWholeRowsEqualsElementAccess) {
       b.c = size.c - 1;
     }
     const DatasetBoundingBox box(a, b);
+    SCOPED_TRACE("from " + std::to_string(from) + " to " + std::to_string(to));
     Dataset plainTarget(true);
     CountingDataset countingTarget;
     plainTarget.convertPartFrom(&plainSource, to, box);

@@ -309,3 +309,93 @@ TEST(DatasetMemoryTest, TypedAccessRoundTripsEveryType) {
     }
   }
 }
+
+// ---------------------------------------------------------------------------------------------
+// Bit runs of bool memories, found and set many at a time, against one bit at a time; clones
+// that reuse a block, and blocks handed from a released memory to the next one, against plain
+// clones and fresh memories.
+
+TEST(ArrayDatasetMemoryRowTest, BitRunsEqualBitByBitAccess) {
+  for (unsigned seed = 1; seed <= 60; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+    ArrayDatasetMemory m;
+    const int count = any(1, 700);
+    ASSERT_TRUE(m.allocate<bool>(DatasetCoordinates(count, 1, 1, 1, 1), DatasetCoordinates(0, 0, 0, 0, 0)));
+    std::vector<bool> reference(static_cast<std::size_t>(count));
+    const int density = any(0, 4);  // long runs of equal bits as well as mixed ones
+    for (int i = 0; i < count; ++i) {
+      reference[i] = density == 0 ? false : density == 4 ? true : any(0, density) == 0;
+      m.setElement<bool>(DatasetCoordinates(i, 0, 0, 0, 0), reference[i]);
+    }
+    for (int k = 0; k < 30; ++k) {
+      const int from = any(0, count - 1);
+      const int n = any(0, count - from);
+      const bool value = any(0, 1) == 1;
+      if (any(0, 2) == 0) {
+        m.setBits(static_cast<std::uint64_t>(from), static_cast<std::uint64_t>(n), value);
+        for (int i = from; i < from + n; ++i) reference[i] = value;
+      }
+      std::uint64_t expected = static_cast<std::uint64_t>(from + n);
+      for (int i = from; i < from + n; ++i)
+        if (reference[i] == value) {
+          expected = static_cast<std::uint64_t>(i);
+          break;
+        }
+      EXPECT_EQ(m.findBit(static_cast<std::uint64_t>(from), static_cast<std::uint64_t>(n), value), expected);
+    }
+    for (int i = 0; i < count; ++i) EXPECT_EQ(m.getElement<bool>(DatasetCoordinates(i, 0, 0, 0, 0)), reference[i]);
+  }
+}
+
+TEST(ArrayDatasetMemoryRowTest, CloneReusingABlockEqualsAPlainClone) {
+  std::mt19937 rng(3);
+  for (TARVElementType type : kStorableTypes) {
+    ArrayDatasetMemory original, sameSize, otherSize;
+    const DatasetCoordinates size(37, 5, 3, 1, 2), start(0, 0, 0, 0, 0);
+    ASSERT_TRUE(original.allocate(size, type, start));
+    ASSERT_TRUE(sameSize.allocate(size, type, start));
+    ASSERT_TRUE(otherSize.allocate(DatasetCoordinates(5, 5, 5, 1, 1), type, start));
+    for (auto it = original.getStartCoordinatesIterator(); it.valid; original.incrementCoordinatesIterator(it))
+      original.setElement<double>(it, std::uniform_real_distribution<double>(-100, 100)(rng));
+    std::unique_ptr<DatasetMemory> plain(original.clone());
+    std::unique_ptr<DatasetMemory> reusing(original.cloneReusing(sameSize));
+    std::unique_ptr<DatasetMemory> notReusing(original.cloneReusing(otherSize));
+    EXPECT_FALSE(sameSize.isAllocated()) << "the donor gave its block away";
+    EXPECT_TRUE(otherSize.isAllocated()) << "a block of another size is not taken";
+    for (DatasetMemory* copy : {reusing.get(), notReusing.get()}) {
+      EXPECT_EQ(copy->getSize(), plain->getSize());
+      EXPECT_EQ(copy->getElementType(), plain->getElementType());
+      EXPECT_EQ(copy->getMemoryUsage(), plain->getMemoryUsage());
+      for (auto it = plain->getStartCoordinatesIterator(); it.valid; plain->incrementCoordinatesIterator(it)) {
+        unsigned char a[16] = {}, b[16] = {};
+        plain->getElementByBuffer(it, a);
+        copy->getElementByBuffer(it, b);
+        EXPECT_EQ(std::memcmp(a, b, sizeof(a)), 0);
+      }
+    }
+  }
+}
+
+TEST(ArrayDatasetMemoryRowTest, BlocksOfReleasedMemoriesServeLaterAllocations) {
+  // Blocks of a few megabytes are kept when released and handed to the next allocation of the
+  // same byte size; whatever their history, the memories behave as fresh ones.
+  const DatasetCoordinates size(256, 256, 8, 1, 1), start(0, 0, 0, 0, 0);
+  for (int round = 0; round < 4; ++round) {
+    ArrayDatasetMemory a, b;
+    ASSERT_TRUE(a.allocate<float>(size, start));
+    ASSERT_TRUE(b.allocate<float>(size, start));
+    EXPECT_NE(a.getElementBlock(), b.getElementBlock());
+    for (auto it = a.getStartCoordinatesIterator(); it.valid; a.incrementCoordinatesIterator(it)) {
+      a.setElement<float>(it, static_cast<float>(it.index + round));
+      b.setElement<float>(it, -static_cast<float>(it.index));
+    }
+    for (auto it = a.getStartCoordinatesIterator(); it.valid; a.incrementCoordinatesIterator(it)) {
+      ASSERT_EQ(a.getElement<float>(it), static_cast<float>(it.index + round));
+      ASSERT_EQ(b.getElement<float>(it), -static_cast<float>(it.index));
+    }
+    a.release();
+    EXPECT_EQ(a.getMemoryUsage(), 0u);
+  }
+}

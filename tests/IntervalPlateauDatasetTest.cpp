@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "FilterTestSupport.h"
+#include "RowComparison.h"
 #include "dataset/LinearTransformationDataset.h"
 
 using namespace tarv;
@@ -133,4 +134,29 @@ TEST(IntervalPlateauDatasetTest, EquivalenceComparesBothBounds) {
   EXPECT_FALSE(a.isDatasetEquivalent(&b));
   b.setParameters(1.0, 100.0);
   EXPECT_TRUE(b.isDatasetEquivalent(&a));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Rows computed together against elements computed one by one (testing::Counted never takes the
+// row path): random sources (NaN, infinities and signed zeros included) and parameters, bit for bit.
+
+TEST(IntervalPlateauDatasetRowTest, RowsEqualElementByElementComputation) {
+  for (unsigned seed = 1; seed <= 16; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+    auto value = [&]() { return std::uniform_real_distribution<double>(-800.0, 800.0)(rng); };
+    Dataset source(true);
+    source.newDataset(tarv::testing::C(any(1, 90), any(1, 9), any(1, 6), any(1, 2), 1),
+                      any(0, 1) == 0 ? TARV_ELEMENT_TYPE_FLOAT : TARV_ELEMENT_TYPE_SIGNED_INT, DatasetWorldEmbedding());
+    tarv::testing::fillRandom(source, rng, true);
+    IntervalPlateauDataset rows;
+    tarv::testing::Counted<IntervalPlateauDataset> elements;
+    for (IntervalPlateauDataset* d : std::initializer_list<IntervalPlateauDataset*>{&rows, &elements}) d->setSourceDataset(&source);
+    const double low = value(), high = value();
+    rows.setParameters(low, high);
+    elements.setParameters(low, high);
+    (void)any;
+    tarv::testing::evaluateAlike(rows, elements, rng);
+  }
 }

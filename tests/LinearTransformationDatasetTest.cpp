@@ -7,6 +7,7 @@
 #include <random>
 
 #include "FilterTestSupport.h"
+#include "RowComparison.h"
 #include "dataset/ConstantDataset.h"
 
 using namespace tarv;
@@ -126,4 +127,29 @@ TEST(LinearTransformationDatasetTest, EquivalenceComparesFactorAndSummand) {
   b.setDatasetID(77);
   b.setDynamicallyCached(false);
   EXPECT_TRUE(a.isDatasetEquivalent(&b)) << "ID and caching mode take no part";
+}
+
+// ---------------------------------------------------------------------------------------------
+// Rows computed together against elements computed one by one (testing::Counted never takes the
+// row path): random sources (NaN, infinities and signed zeros included) and parameters, bit for bit.
+
+TEST(LinearTransformationDatasetRowTest, RowsEqualElementByElementComputation) {
+  for (unsigned seed = 1; seed <= 16; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+    auto value = [&]() { return std::uniform_real_distribution<double>(-800.0, 800.0)(rng); };
+    Dataset source(true);
+    source.newDataset(tarv::testing::C(any(1, 90), any(1, 9), any(1, 6), any(1, 2), 1),
+                      any(0, 1) == 0 ? TARV_ELEMENT_TYPE_FLOAT : TARV_ELEMENT_TYPE_SIGNED_INT, DatasetWorldEmbedding());
+    tarv::testing::fillRandom(source, rng, true);
+    LinearTransformationDataset rows;
+    tarv::testing::Counted<LinearTransformationDataset> elements;
+    for (LinearTransformationDataset* d : std::initializer_list<LinearTransformationDataset*>{&rows, &elements}) d->setSourceDataset(&source);
+    const double factor = value(), summand = value();
+    rows.setParameters(factor, summand);
+    elements.setParameters(factor, summand);
+    (void)any;
+    tarv::testing::evaluateAlike(rows, elements, rng);
+  }
 }

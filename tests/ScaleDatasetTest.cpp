@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "FilterTestSupport.h"
+#include "RowComparison.h"
 
 using namespace tarv;
 using tarv::testing::C;
@@ -199,4 +200,29 @@ TEST(ScaleDatasetTest, EquivalenceIgnoresTheCalculateFlag) {
   EXPECT_FALSE(a.isDatasetEquivalent(&b));
   b.setParameters(0.0, 1.0, false, 1.0, 3.0);
   EXPECT_FALSE(a.isDatasetEquivalent(&b));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Rows computed together against elements computed one by one (testing::Counted never takes the
+// row path): random sources (NaN, infinities and signed zeros included) and parameters, bit for bit.
+
+TEST(ScaleDatasetRowTest, RowsEqualElementByElementComputation) {
+  for (unsigned seed = 1; seed <= 16; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+    auto value = [&]() { return std::uniform_real_distribution<double>(-800.0, 800.0)(rng); };
+    Dataset source(true);
+    source.newDataset(tarv::testing::C(any(1, 90), any(1, 9), any(1, 6), any(1, 2), 1),
+                      any(0, 1) == 0 ? TARV_ELEMENT_TYPE_FLOAT : TARV_ELEMENT_TYPE_SIGNED_INT, DatasetWorldEmbedding());
+    tarv::testing::fillRandom(source, rng, true);
+    ScaleDataset rows;
+    tarv::testing::Counted<ScaleDataset> elements;
+    for (ScaleDataset* d : std::initializer_list<ScaleDataset*>{&rows, &elements}) d->setSourceDataset(&source);
+    const double low = value(), high = value(), sourceLow = value(), sourceHigh = value();
+    const bool fromSource = any(0, 1) == 1;
+    rows.setParameters(low, high, fromSource, sourceLow, sourceHigh);
+    elements.setParameters(low, high, fromSource, sourceLow, sourceHigh);
+    tarv::testing::evaluateAlike(rows, elements, rng);
+  }
 }

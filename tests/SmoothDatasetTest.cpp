@@ -8,6 +8,7 @@
 
 #include "FilterTestSupport.h"
 #include "MaskReference.h"
+#include "RowComparison.h"
 #include "dataset/DatasetCalculations.h"
 
 using namespace tarv;
@@ -283,4 +284,74 @@ TEST(SmoothDatasetTest, EquivalenceComparesSizesAndMargin) {
   EXPECT_TRUE(a.isDatasetEquivalent(&b)) << "margins compare with ==";
   b.setParameters(3, 3, 1, 1.0);
   EXPECT_FALSE(a.isDatasetEquivalent(&b)) << "margin";
+}
+
+// ---------------------------------------------------------------------------------------------
+// Rows computed together against elements computed one by one (tarv::testing::Counted never takes the
+// row path): random sources, sizes, kernels, margins and evaluation orders, bit for bit.
+
+
+namespace {
+
+TARVElementType randomSourceType(std::mt19937& rng) {
+  const TARVElementType types[] = {TARV_ELEMENT_TYPE_FLOAT, TARV_ELEMENT_TYPE_DOUBLE, TARV_ELEMENT_TYPE_SIGNED_SHORT_INT,
+                                   TARV_ELEMENT_TYPE_UNSIGNED_CHAR, TARV_ELEMENT_TYPE_SIGNED_INT};
+  return types[std::uniform_int_distribution<int>(0, 4)(rng)];
+}
+
+}  // namespace
+
+TEST(SmoothDatasetRowTest, RowsEqualElementByElementComputation) {
+  for (unsigned seed = 1; seed <= 24; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto extent = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+    Dataset source(true);
+    source.newDataset(C(extent(1, 75), extent(1, 12), extent(1, 9), extent(1, 2), 1), randomSourceType(rng),
+                      DatasetWorldEmbedding());
+    tarv::testing::fillRandom(source, rng, seed % 3 == 0);
+    const int kx = extent(1, 5), ky = extent(1, 5), kz = extent(1, 5);
+    const double margin = std::uniform_real_distribution<double>(-5.0, 5.0)(rng);
+
+    // Two levels: a smoothing of a smoothing, so that rows are also read from a cached source.
+    SmoothDataset rowsInner, rowsOuter;
+    tarv::testing::Counted<SmoothDataset> elementsInner, elementsOuter;
+    rowsInner.setSourceDataset(&source);
+    elementsInner.setSourceDataset(&source);
+    rowsOuter.setSourceDataset(&rowsInner);
+    elementsOuter.setSourceDataset(&elementsInner);
+    for (SmoothDataset* d : std::initializer_list<SmoothDataset*>{&rowsInner, &elementsInner})
+      d->setParameters(kx, ky, kz, margin);
+    for (SmoothDataset* d : std::initializer_list<SmoothDataset*>{&rowsOuter, &elementsOuter})
+      d->setParameters(kz, kx, ky, -margin);
+
+    const int mode = static_cast<int>(seed % 4);
+    if (mode == 1) {
+      // Part of the inner dataset already computed, and its cache covering everything.
+      rowsInner.announceAccessToFullDataset();
+      elementsInner.announceAccessToFullDataset();
+      const DatasetBoundingBox part(C(0, 0, 0), C(source.getSize().x / 2, source.getSize().y - 1, 0));
+      rowsInner.calculate(part);
+      elementsInner.calculate(part);
+    }
+    if (mode == 2) {
+      // A box, then a few single elements.
+      const DatasetCoordinates s = source.getSize();
+      const DatasetBoundingBox box(C(s.x / 3, 0, s.z / 2), C(s.x - 1, s.y / 2, s.z - 1));
+      rowsOuter.calculate(box);
+      elementsOuter.calculate(box);
+      for (int i = 0; i < 5; ++i) {
+        const DatasetCoordinates p = C(extent(0, s.x - 1), extent(0, s.y - 1), extent(0, s.z - 1), extent(0, s.t - 1));
+        EXPECT_EQ(rowsOuter.getElement<double>(p), elementsOuter.getElement<double>(p));
+      }
+    }
+    // The whole dataset with a progress object that stops at a random report (or never).
+    const int stopAt = mode == 3 ? extent(0, 2) : -1;
+    tarv::testing::RecordingProgress rowsProgress(stopAt), elementsProgress(stopAt);
+    rowsOuter.calculateFullDataset(&rowsProgress);
+    elementsOuter.calculateFullDataset(&elementsProgress);
+    EXPECT_EQ(rowsProgress.fractions, elementsProgress.fractions);
+    tarv::testing::expectSameCache(rowsOuter, elementsOuter, "outer");
+    tarv::testing::expectSameCache(rowsInner, elementsInner, "inner");
+  }
 }

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "FilterTestSupport.h"
+#include "RowComparison.h"
+#include "dataset/LinearTransformationDataset.h"
 
 using namespace tarv;
 using tarv::testing::C;
@@ -108,4 +110,52 @@ TEST(VectorLengthDatasetTest, EquivalenceFollowsTheSources) {
   EXPECT_FALSE(a.isDatasetEquivalent(&b)) << "source count matters";
   a.removeSourceDatasets();
   b.removeSourceDatasets();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Rows computed together against elements computed one by one (tarv::testing::Counted never takes the
+// row path), over one to four sources that are themselves plain or computed, bit for bit,
+// including NaN, infinite and zero components.
+
+TEST(VectorLengthDatasetRowTest, RowsEqualElementByElementComputation) {
+  for (unsigned seed = 1; seed <= 24; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 rng(seed);
+    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
+    const DatasetCoordinates size = C(any(1, 70), any(1, 9), any(1, 7), 1, 1);
+    const int n = any(1, 4);
+    std::vector<std::unique_ptr<Dataset>> plain;
+    std::vector<std::unique_ptr<LinearTransformationDataset>> rowsComputed;
+    std::vector<std::unique_ptr<tarv::testing::Counted<LinearTransformationDataset>>> elementsComputed;
+    std::vector<Dataset*> rowsSources, elementsSources;
+    for (int i = 0; i < n; ++i) {
+      plain.push_back(std::make_unique<Dataset>(true));
+      plain.back()->newDataset(size, i % 2 == 0 ? TARV_ELEMENT_TYPE_FLOAT : TARV_ELEMENT_TYPE_DOUBLE,
+                               DatasetWorldEmbedding());
+      tarv::testing::fillRandom(*plain.back(), rng, true);
+      if (any(0, 1) == 0) {
+        rowsSources.push_back(plain.back().get());
+        elementsSources.push_back(plain.back().get());
+        continue;
+      }
+      // A computed source, its cache covering the whole dataset.
+      rowsComputed.push_back(std::make_unique<LinearTransformationDataset>());
+      elementsComputed.push_back(std::make_unique<tarv::testing::Counted<LinearTransformationDataset>>());
+      rowsComputed.back()->setSourceDataset(plain.back().get());
+      elementsComputed.back()->setSourceDataset(plain.back().get());
+      rowsComputed.back()->setParameters(1.5, -2.0);
+      elementsComputed.back()->setParameters(1.5, -2.0);
+      rowsComputed.back()->announceAccessToFullDataset();
+      elementsComputed.back()->announceAccessToFullDataset();
+      rowsSources.push_back(rowsComputed.back().get());
+      elementsSources.push_back(elementsComputed.back().get());
+    }
+    VectorLengthDataset rows;
+    tarv::testing::Counted<VectorLengthDataset> elements;
+    rows.setSourceDatasets(rowsSources);
+    elements.setSourceDatasets(elementsSources);
+    tarv::testing::evaluateAlike(rows, elements, rng);
+    for (std::size_t i = 0; i < rowsComputed.size(); ++i)
+      tarv::testing::expectSameCache(*rowsComputed[i], *elementsComputed[i], "computed source");
+  }
 }

@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstdlib>
 #include <mutex>
+#include <typeinfo>
 #include <vector>
 
 namespace tarv {
@@ -84,9 +85,10 @@ DatasetMemory* ArrayDatasetMemory::clone() const {
   return copy;
 }
 
-ArrayDatasetMemory* ArrayDatasetMemory::cloneReusing(ArrayDatasetMemory& donor) const {
-  if (&donor == this || !allocated || !donor.allocated || donor.block == nullptr || donor.getByteSize() != getByteSize())
-    return static_cast<ArrayDatasetMemory*>(clone());
+DatasetMemory* ArrayDatasetMemory::cloneReusing(ArrayDatasetMemory& donor) const {
+  if (&donor == this || !allocated || !donor.allocated || donor.block == nullptr ||
+      donor.getByteSize() != getByteSize())
+    return clone();
   auto* copy = new ArrayDatasetMemory();
   // The donor's block becomes the copy's; the donor is left released.
   unsigned char* reused = donor.block;
@@ -103,6 +105,7 @@ ArrayDatasetMemory* ArrayDatasetMemory::cloneReusing(ArrayDatasetMemory& donor) 
   copy->block = reused;
   copy->blockBytes = reusedBytes;
   copy->allocated = true;
+  copy->plainIteration = true;
   std::memcpy(copy->block, block, getByteSize());
   return copy;
 }
@@ -118,6 +121,8 @@ std::uint64_t ArrayDatasetMemory::getByteSize() const {
 
 bool ArrayDatasetMemory::allocateElements() {
   releaseElements();
+  // Only this class itself is known to iterate as incrementWithinRow assumes; a subclass may not.
+  plainIteration = typeid(*this) == typeid(ArrayDatasetMemory);
   // The element count is kept in 32-bit signed arithmetic: a size whose product does not fit
   // is refused rather than given a block smaller than the memory it claims to hold.
   std::uint64_t exact = 1;

@@ -16,7 +16,7 @@ public:
   using DatasetMemory::clone;
   // clone(), taking the element block of donor (which is left released) when that block has the
   // same byte size, so that no fresh memory has to be touched; otherwise a plain clone().
-  ArrayDatasetMemory* cloneReusing(ArrayDatasetMemory& donor) const;
+  DatasetMemory* cloneReusing(ArrayDatasetMemory& donor) const;
   unsigned long getMemoryUsage() const override;
   DatasetCoordinatesIterator getStartCoordinatesIterator() const override;
   void incrementCoordinatesIterator(DatasetCoordinatesIterator& it) const override;

@@ -604,7 +604,8 @@ void Dataset::copyFrom(Dataset* source) {
     if (source != this && DatasetRowAccess::isPlainInMemory(this) && DatasetRowAccess::isPlainInMemory(source)) {
       // The re-initialisation releases this dataset's block: a block of the same byte size is
       // handed to the copy instead, which spares touching fresh memory.
-      copy = static_cast<ArrayDatasetMemory*>(source->memory)->cloneReusing(*static_cast<ArrayDatasetMemory*>(memory));
+      const auto* sourceArray = static_cast<const ArrayDatasetMemory*>(source->memory);
+      copy = sourceArray->cloneReusing(*static_cast<ArrayDatasetMemory*>(memory));
     } else {
       copy = source->memory->clone();
     }

@@ -118,7 +118,9 @@ public:
   // Iteration in memory order (component fastest, then x, y, z, t).
   DatasetCoordinatesIterator getStartCoordinatesIterator();
   DatasetCoordinatesIterator getStartCoordinatesIterator(const DatasetBoundingBox& box);
-  void incrementCoordinatesIterator(DatasetCoordinatesIterator& it) const { memory->incrementCoordinatesIterator(it); }
+  void incrementCoordinatesIterator(DatasetCoordinatesIterator& it) const {
+    if (!memory->incrementWithinRow(it)) memory->incrementCoordinatesIterator(it);
+  }
   void incrementCoordinatesIterator(const DatasetBoundingBox& box, DatasetCoordinatesIterator& it) const {
     memory->incrementCoordinatesIterator(box, it);
   }

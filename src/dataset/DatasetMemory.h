@@ -169,6 +169,17 @@ public:
 
   void* getElementBuffer() const { return scratch; }
 
+  // The step of incrementCoordinatesIterator(it) over the whole memory when it stays within the
+  // iterator's row, taken without a virtual call where the memory's own iteration is the plain
+  // one; false (it unchanged) when the virtual operation has to take the step.
+  bool incrementWithinRow(DatasetCoordinatesIterator& it) const {
+    if (!plainIteration || it.c < end.c || it.x >= end.x) return false;
+    ++it.index;
+    it.c = start.c;
+    ++it.x;
+    return true;
+  }
+
   // Linear index of p inside this memory (component fastest).
   std::uint64_t getLinearIndex(const DatasetCoordinates& p) const {
     return ((((static_cast<std::uint64_t>(static_cast<std::int64_t>(p.t - start.t)) * size.z +
@@ -265,6 +276,8 @@ protected:
   unsigned int elementByteSize = 0;
   unsigned int elementBitSize = 0;
   unsigned char* scratch = nullptr;
+  // Set by a memory whose iteration is exactly the odometer described above (incrementWithinRow).
+  bool plainIteration = false;
 };
 
 }  // namespace tarv

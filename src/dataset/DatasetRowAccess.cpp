@@ -70,7 +70,8 @@ void readElements(const ArrayDatasetMemory* m, std::uint64_t index, int count, d
 // out[i], for i < width: the sum, from 0.0 and in tap order, of rows[r][i + x] * weights[r * taps + x]
 // over the rows r and the taps x of each row. Every output keeps exactly that sequence of double
 // multiplications and additions (no fused multiply-add); only neighbouring outputs are computed
-// side by side, two to a register.
+// side by side, two to a register. (Which of two NaN operands an addition passes on is the
+// compiler's choice on either path: NaN results may differ in sign and payload, nothing else.)
 #if defined(__GNUC__) && !defined(__clang__)
 __attribute__((optimize("fp-contract=off")))
 #endif
@@ -92,14 +93,14 @@ void correlateRows(const double* rows, std::size_t rowLength, int rowCount, int 
       for (int x = 0; x < taps; ++x) {
         const __m128d wx = _mm_set1_pd(w[x]);
         const double* s = row + x;
-        a0 = _mm_add_pd(a0, _mm_mul_pd(_mm_loadu_pd(s), wx));
-        a1 = _mm_add_pd(a1, _mm_mul_pd(_mm_loadu_pd(s + 2), wx));
-        a2 = _mm_add_pd(a2, _mm_mul_pd(_mm_loadu_pd(s + 4), wx));
-        a3 = _mm_add_pd(a3, _mm_mul_pd(_mm_loadu_pd(s + 6), wx));
-        a4 = _mm_add_pd(a4, _mm_mul_pd(_mm_loadu_pd(s + 8), wx));
-        a5 = _mm_add_pd(a5, _mm_mul_pd(_mm_loadu_pd(s + 10), wx));
-        a6 = _mm_add_pd(a6, _mm_mul_pd(_mm_loadu_pd(s + 12), wx));
-        a7 = _mm_add_pd(a7, _mm_mul_pd(_mm_loadu_pd(s + 14), wx));
+        a0 = _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(s), wx), a0);
+        a1 = _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(s + 2), wx), a1);
+        a2 = _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(s + 4), wx), a2);
+        a3 = _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(s + 6), wx), a3);
+        a4 = _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(s + 8), wx), a4);
+        a5 = _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(s + 10), wx), a5);
+        a6 = _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(s + 12), wx), a6);
+        a7 = _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(s + 14), wx), a7);
       }
     }
     _mm_storeu_pd(out + i, a0);
@@ -116,7 +117,7 @@ void correlateRows(const double* rows, std::size_t rowLength, int rowCount, int 
     for (int r = 0; r < rowCount; ++r) {
       const double* row = rows + static_cast<std::size_t>(r) * rowLength + i;
       const double* w = weights + static_cast<std::size_t>(r) * taps;
-      for (int x = 0; x < taps; ++x) a = _mm_add_pd(a, _mm_mul_pd(_mm_loadu_pd(row + x), _mm_set1_pd(w[x])));
+      for (int x = 0; x < taps; ++x) a = _mm_add_pd(_mm_mul_pd(_mm_loadu_pd(row + x), _mm_set1_pd(w[x])), a);
     }
     _mm_storeu_pd(out + i, a);
   }
@@ -125,7 +126,7 @@ void correlateRows(const double* rows, std::size_t rowLength, int rowCount, int 
     for (int r = 0; r < rowCount; ++r) {
       const double* row = rows + static_cast<std::size_t>(r) * rowLength + i;
       const double* w = weights + static_cast<std::size_t>(r) * taps;
-      for (int x = 0; x < taps; ++x) a = a + row[x] * w[x];
+      for (int x = 0; x < taps; ++x) a = row[x] * w[x] + a;
     }
     out[i] = a;
   }
@@ -141,7 +142,8 @@ __attribute__((target("avx")))
 int correlateRowsFourWide(const double* rows, std::size_t rowLength, int rowCount, int taps, const double* weights,
                           int width, double* out) {
   constexpr int kBlock = 32;
-  auto block = [&](int i) {
+  // The lambda needs the target of its function as well: clang does not pass it on.
+  auto block = [&](int i) __attribute__((target("avx"))) {
     __m256d a0 = _mm256_setzero_pd(), a1 = a0, a2 = a0, a3 = a0, a4 = a0, a5 = a0, a6 = a0, a7 = a0;
     for (int r = 0; r < rowCount; ++r) {
       const double* row = rows + static_cast<std::size_t>(r) * rowLength + i;
@@ -149,14 +151,14 @@ int correlateRowsFourWide(const double* rows, std::size_t rowLength, int rowCoun
       for (int x = 0; x < taps; ++x) {
         const __m256d wx = _mm256_set1_pd(w[x]);
         const double* s = row + x;
-        a0 = _mm256_add_pd(a0, _mm256_mul_pd(_mm256_loadu_pd(s), wx));
-        a1 = _mm256_add_pd(a1, _mm256_mul_pd(_mm256_loadu_pd(s + 4), wx));
-        a2 = _mm256_add_pd(a2, _mm256_mul_pd(_mm256_loadu_pd(s + 8), wx));
-        a3 = _mm256_add_pd(a3, _mm256_mul_pd(_mm256_loadu_pd(s + 12), wx));
-        a4 = _mm256_add_pd(a4, _mm256_mul_pd(_mm256_loadu_pd(s + 16), wx));
-        a5 = _mm256_add_pd(a5, _mm256_mul_pd(_mm256_loadu_pd(s + 20), wx));
-        a6 = _mm256_add_pd(a6, _mm256_mul_pd(_mm256_loadu_pd(s + 24), wx));
-        a7 = _mm256_add_pd(a7, _mm256_mul_pd(_mm256_loadu_pd(s + 28), wx));
+        a0 = _mm256_add_pd(_mm256_mul_pd(_mm256_loadu_pd(s), wx), a0);
+        a1 = _mm256_add_pd(_mm256_mul_pd(_mm256_loadu_pd(s + 4), wx), a1);
+        a2 = _mm256_add_pd(_mm256_mul_pd(_mm256_loadu_pd(s + 8), wx), a2);
+        a3 = _mm256_add_pd(_mm256_mul_pd(_mm256_loadu_pd(s + 12), wx), a3);
+        a4 = _mm256_add_pd(_mm256_mul_pd(_mm256_loadu_pd(s + 16), wx), a4);
+        a5 = _mm256_add_pd(_mm256_mul_pd(_mm256_loadu_pd(s + 20), wx), a5);
+        a6 = _mm256_add_pd(_mm256_mul_pd(_mm256_loadu_pd(s + 24), wx), a6);
+        a7 = _mm256_add_pd(_mm256_mul_pd(_mm256_loadu_pd(s + 28), wx), a7);
       }
     }
     _mm256_storeu_pd(out + i, a0);
@@ -179,7 +181,9 @@ int correlateRowsFourWide(const double* rows, std::size_t rowLength, int rowCoun
   return i;
 }
 
-bool isPlainDataset(const Dataset* d) { return isType(typeid(*d), typeid(Dataset)) || isType(typeid(*d), typeid(EmptyDataset)); }
+bool isPlainDataset(const Dataset* d) {
+  return isType(typeid(*d), typeid(Dataset)) || isType(typeid(*d), typeid(EmptyDataset));
+}
 
 // File-backed datasets load a whole block on the read of any element of it; their reads are done
 // as element reads, in row order.
@@ -214,7 +218,11 @@ bool DatasetRowAccess::canReadRow(Dataset* d, const DatasetCoordinates& first, i
   const DatasetCoordinates last = alongX(first, count - 1);
   if (!cached->areCoordinatesInsideCache(first) || !cached->areCoordinatesInsideCache(last)) return false;
   if (!holdsRow(cached, first, count)) return false;
-  if (isFileBacked(d)) return true;
+  if (isFileBacked(d)) {
+    // Its element reads load blocks from an open file (reads of a closed one fail).
+    const DatasetFileReadModule* module = static_cast<FileReadDataset*>(d)->getFileReadModule();
+    return module != nullptr && module->isFileOpen();
+  }
   const auto* statuses = static_cast<const ArrayDatasetMemory*>(cached->cacheStatusMemory);
   const std::uint64_t index = statuses->getLinearIndex(first);
   const std::uint64_t end = index + static_cast<std::uint64_t>(count);
@@ -330,8 +338,8 @@ bool DatasetRowAccess::correlateRow(Dataset* source, Dataset* mask, const Datase
   // correlation further up the graph.
   const auto weights = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(taps));
   readElements(maskMemory, 0, static_cast<int>(taps), weights.get());
-  const auto rows =
-      std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(rowCount) * static_cast<std::size_t>(rowLength));
+  const std::size_t rowValues = static_cast<std::size_t>(rowCount) * static_cast<std::size_t>(rowLength);
+  const auto rows = std::make_unique_for_overwrite<double[]>(rowValues);
   for (int z = 0; z < templSize.z; ++z)
     for (int y = 0; y < templSize.y; ++y) {
       rowStart.y = origin.y + y;
@@ -348,7 +356,8 @@ bool DatasetRowAccess::correlateRow(Dataset* source, Dataset* mask, const Datase
 }
 
 bool DatasetRowAccess::isPlainInMemory(const Dataset* d) {
-  return d != nullptr && isPlainDataset(d) && d->memory != nullptr && isType(typeid(*d->memory), typeid(ArrayDatasetMemory)) &&
+  return d != nullptr && isPlainDataset(d) && d->memory != nullptr &&
+         isType(typeid(*d->memory), typeid(ArrayDatasetMemory)) &&
          d->memory->isAllocated() && d->memory->getStart() == kOrigin && d->memory->getElementType() == d->elementType;
 }
 

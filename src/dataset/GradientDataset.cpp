@@ -1,8 +1,13 @@
 #include "dataset/GradientDataset.h"
 
+#include <typeinfo>
+
+#include "dataset/DatasetRowAccess.h"
+
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <memory>
 
 #include "dataset/DatasetCalculations.h"
 
@@ -27,6 +32,7 @@ DatasetBoundingBox enlargeByHalfMask(const DatasetBoundingBox& box, const Datase
 
 GradientDataset::GradientDataset() {
   typeName = "GradientDataset";
+  setElementRowCalculator(&GradientDataset::calculateRow, typeid(GradientDataset));
   mask = DatasetCalculations::getGradientCorrelationMask(gradientDimensionality, gradientDirection, gradientFilterSize);
 }
 
@@ -53,6 +59,24 @@ bool GradientDataset::calculateElement(const DatasetCoordinates& p) {
   setElementReference<double>(p, v);
   setElementCacheStatus(p, true);
   return true;
+}
+
+int GradientDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check) {
+  auto& self = static_cast<GradientDataset&>(dataset);
+  if (self.mask == nullptr || self.sourceDatasets.empty() || !DatasetRowAccess::holdsRow(&self, first, count)) return 0;
+  Dataset* source = self.sourceDatasets.front();
+  const double margin = self.marginValue;
+  if (!DatasetRowAccess::correlateRow(source, self.mask, self.maskCentre, margin, first, count, nullptr, true))
+    return 0;
+  if (check) return count;
+  const auto values = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(count));
+  DatasetRowAccess::correlateRow(source, self.mask, self.maskCentre, margin, first, count, values.get(), false);
+  if (!self.voxelGradient) {
+    const double spacing = self.worldEmbedding.getVoxelSpacing()[self.gradientDirection];
+    for (int i = 0; i < count; ++i) values[i] = values[i] / spacing;
+  }
+  DatasetRowAccess::storeRow(&self, first, count, values.get());
+  return count;
 }
 
 bool GradientDataset::isDatasetEquivalent(DependentDataset* other) {

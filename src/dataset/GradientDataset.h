@@ -42,6 +42,8 @@ public:
   DatasetCoordinates getMaskCentre() const { return maskCentre; }
 
 private:
+  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
+  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
   int gradientDimensionality = 2;
   int gradientDirection = 0;
   int gradientFilterSize = 3;

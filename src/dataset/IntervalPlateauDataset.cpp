@@ -1,5 +1,9 @@
 #include "dataset/IntervalPlateauDataset.h"
 
+#include <typeinfo>
+
+#include "dataset/DatasetRowAccess.h"
+
 namespace tarv {
 
 namespace {
@@ -13,7 +17,10 @@ double plateau(double v, double minimal, double maximal) {
 
 }  // namespace
 
-IntervalPlateauDataset::IntervalPlateauDataset() { typeName = "IntervalPlateauDataset"; }
+IntervalPlateauDataset::IntervalPlateauDataset() {
+  typeName = "IntervalPlateauDataset";
+  setElementRowCalculator(&IntervalPlateauDataset::calculateRow, typeid(IntervalPlateauDataset));
+}
 
 IntervalPlateauDataset::~IntervalPlateauDataset() = default;
 
@@ -24,6 +31,16 @@ bool IntervalPlateauDataset::calculateElement(const DatasetCoordinates& p) {
   setElementReference<double>(p, plateau(v, minimalPlateauValue, maximalPlateauValue));
   setElementCacheStatus(p, true);
   return true;
+}
+
+int IntervalPlateauDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count,
+                                         bool check) {
+  auto& self = static_cast<IntervalPlateauDataset&>(dataset);
+  if (self.sourceDatasets.empty()) return 0;
+  const double minimum = self.minimalPlateauValue;
+  const double maximum = self.maximalPlateauValue;
+  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check,
+                                                 [minimum, maximum](double v) { return plateau(v, minimum, maximum); });
 }
 
 bool IntervalPlateauDataset::isDatasetEquivalent(DependentDataset* other) {

@@ -26,6 +26,8 @@ public:
   void setParameters(double minimalPlateauValue, double maximalPlateauValue);
 
 private:
+  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
+  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
   double minimalPlateauValue = 1.0;
   double maximalPlateauValue = 100.0;
   double tempMinimalPlateauValue = 1.0;

@@ -1,8 +1,15 @@
 #include "dataset/IntervalThresholdDataset.h"
 
+#include <typeinfo>
+
+#include "dataset/DatasetRowAccess.h"
+
 namespace tarv {
 
-IntervalThresholdDataset::IntervalThresholdDataset() { typeName = "IntervalThresholdDataset"; }
+IntervalThresholdDataset::IntervalThresholdDataset() {
+  typeName = "IntervalThresholdDataset";
+  setElementRowCalculator(&IntervalThresholdDataset::calculateRow, typeid(IntervalThresholdDataset));
+}
 
 IntervalThresholdDataset::~IntervalThresholdDataset() = default;
 
@@ -20,6 +27,22 @@ bool IntervalThresholdDataset::calculateElement(const DatasetCoordinates& p) {
   setElementReference<double>(p, result);
   setElementCacheStatus(p, true);
   return true;
+}
+
+int IntervalThresholdDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count,
+                                           bool check) {
+  auto& self = static_cast<IntervalThresholdDataset&>(dataset);
+  if (self.sourceDatasets.empty()) return 0;
+  const Parameters q = self.parameters;
+  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check, [q](double v) {
+    const bool inside = q.minimalForegroundThresholdValue <= v && v <= q.maximalForegroundThresholdValue;
+    double result = v;
+    if (inside && q.setForeground)
+      result = q.foregroundValue;
+    else if (!inside && q.setBackground)
+      result = q.backgroundValue;
+    return result;
+  });
 }
 
 bool IntervalThresholdDataset::isDatasetEquivalent(DependentDataset* other) {

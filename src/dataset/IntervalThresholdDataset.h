@@ -29,6 +29,8 @@ public:
                      double foregroundValue, double backgroundValue, bool setForeground, bool setBackground);
 
 private:
+  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
+  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
   struct Parameters {
     double minimalForegroundThresholdValue = 1.0;
     double maximalForegroundThresholdValue = 100.0;

@@ -1,8 +1,15 @@
 #include "dataset/LinearTransformationDataset.h"
 
+#include <typeinfo>
+
+#include "dataset/DatasetRowAccess.h"
+
 namespace tarv {
 
-LinearTransformationDataset::LinearTransformationDataset() { typeName = "LinearTransformationDataset"; }
+LinearTransformationDataset::LinearTransformationDataset() {
+  typeName = "LinearTransformationDataset";
+  setElementRowCalculator(&LinearTransformationDataset::calculateRow, typeid(LinearTransformationDataset));
+}
 
 LinearTransformationDataset::~LinearTransformationDataset() = default;
 
@@ -16,6 +23,19 @@ bool LinearTransformationDataset::calculateElement(const DatasetCoordinates& p) 
   setElementReference<double>(p, product + summand);
   setElementCacheStatus(p, true);
   return true;
+}
+
+int LinearTransformationDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count,
+                                              bool check) {
+  auto& self = static_cast<LinearTransformationDataset&>(dataset);
+  if (self.sourceDatasets.empty()) return 0;
+  const double factor = self.factor;
+  const double summand = self.summand;
+  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check,
+                                                 [factor, summand](double v) {
+                                                   const double product = v * factor;
+                                                   return product + summand;
+                                                 });
 }
 
 bool LinearTransformationDataset::isDatasetEquivalent(DependentDataset* other) {

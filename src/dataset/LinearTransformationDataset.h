@@ -24,6 +24,8 @@ public:
   void setParameters(double factor, double summand);
 
 private:
+  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
+  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
   double factor = 1.0;
   double summand = 0.0;
   double tempFactor = 1.0;

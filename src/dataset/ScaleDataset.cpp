@@ -1,8 +1,15 @@
 #include "dataset/ScaleDataset.h"
 
+#include <typeinfo>
+
+#include "dataset/DatasetRowAccess.h"
+
 namespace tarv {
 
-ScaleDataset::ScaleDataset() { typeName = "ScaleDataset"; }
+ScaleDataset::ScaleDataset() {
+  typeName = "ScaleDataset";
+  setElementRowCalculator(&ScaleDataset::calculateRow, typeid(ScaleDataset));
+}
 
 ScaleDataset::~ScaleDataset() = default;
 
@@ -16,6 +23,17 @@ bool ScaleDataset::calculateElement(const DatasetCoordinates& p) {
   setElementReference<double>(p, scaled + q.minimalValue);
   setElementCacheStatus(p, true);
   return true;
+}
+
+int ScaleDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check) {
+  auto& self = static_cast<ScaleDataset&>(dataset);
+  if (self.sourceDatasets.empty()) return 0;
+  const Parameters q = self.parameters;
+  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check, [q](double v) {
+    const double relative = (v - q.sourceMinimalValue) / (q.sourceMaximalValue - q.sourceMinimalValue);
+    const double scaled = relative * (q.maximalValue - q.minimalValue);
+    return scaled + q.minimalValue;
+  });
 }
 
 bool ScaleDataset::isDatasetEquivalent(DependentDataset* other) {

@@ -33,6 +33,8 @@ public:
                      double sourceMinimalValue, double sourceMaximalValue);
 
 private:
+  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
+  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
   struct Parameters {
     double minimalValue = 0.0;
     double maximalValue = 1.0;

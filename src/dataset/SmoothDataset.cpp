@@ -1,8 +1,13 @@
 #include "dataset/SmoothDataset.h"
 
+#include <typeinfo>
+
+#include "dataset/DatasetRowAccess.h"
+
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <memory>
 
 #include "dataset/DatasetCalculations.h"
 
@@ -29,6 +34,7 @@ int clampKernelSize(int size) { return std::clamp(size, 1, DatasetCalculations::
 
 SmoothDataset::SmoothDataset() {
   typeName = "SmoothDataset";
+  setElementRowCalculator(&SmoothDataset::calculateRow, typeid(SmoothDataset));
   mask = DatasetCalculations::getBinomialKernelMask(kernelXSize, kernelYSize, kernelZSize);
 }
 
@@ -54,6 +60,20 @@ bool SmoothDataset::calculateElement(const DatasetCoordinates& p) {
   setElementReference<double>(p, v);
   setElementCacheStatus(p, true);
   return true;
+}
+
+int SmoothDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check) {
+  auto& self = static_cast<SmoothDataset&>(dataset);
+  if (self.mask == nullptr || self.sourceDatasets.empty() || !DatasetRowAccess::holdsRow(&self, first, count)) return 0;
+  Dataset* source = self.sourceDatasets.front();
+  const double margin = self.marginValue;
+  if (!DatasetRowAccess::correlateRow(source, self.mask, self.maskCentre, margin, first, count, nullptr, true))
+    return 0;
+  if (check) return count;
+  const auto values = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(count));
+  DatasetRowAccess::correlateRow(source, self.mask, self.maskCentre, margin, first, count, values.get(), false);
+  DatasetRowAccess::storeRow(&self, first, count, values.get());
+  return count;
 }
 
 bool SmoothDataset::isDatasetEquivalent(DependentDataset* other) {

@@ -38,6 +38,8 @@ public:
   DatasetCoordinates getMaskCentre() const { return maskCentre; }
 
 private:
+  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
+  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
   int kernelXSize = 1;
   int kernelYSize = 1;
   int kernelZSize = 1;

@@ -1,8 +1,48 @@
 #include "dataset/VectorLengthDataset.h"
 
+#include <algorithm>
+#include <cmath>
+#include <typeinfo>
+#include <vector>
+
+#include "dataset/DatasetRowAccess.h"
+
 namespace tarv {
 
-VectorLengthDataset::VectorLengthDataset() { typeName = "VectorLengthDataset"; }
+namespace {
+
+// lengths[x] = Vector::getLength() of the N components components[i * count + x], computed with the
+// same operations in the same order: scaled by the largest magnitude, a NaN component or a largest
+// magnitude that is zero or infinite taking the special answers.
+template <int N>
+void lengthsOf(const double* components, std::size_t count, double* lengths) {
+  for (std::size_t x = 0; x < count; ++x) {
+    double largest = 0.0;
+    for (int i = 0; i < N; ++i) largest = std::max(largest, std::fabs(components[i * count + x]));
+    double sum = 0.0;
+    for (int i = 0; i < N; ++i) {
+      const double v = components[i * count + x];
+      sum += (v / largest) * (v / largest);
+    }
+    lengths[x] = largest * std::sqrt(sum);
+  }
+  for (std::size_t x = 0; x < count; ++x) {
+    double largest = 0.0;
+    for (int i = 0; i < N; ++i) largest = std::max(largest, std::fabs(components[i * count + x]));
+    if (!(largest > 0.0) || std::isinf(largest)) {
+      lengths[x] = largest;
+      for (int i = N - 1; i >= 0; --i)
+        if (std::isnan(components[i * count + x])) lengths[x] = components[i * count + x];
+    }
+  }
+}
+
+}  // namespace
+
+VectorLengthDataset::VectorLengthDataset() {
+  typeName = "VectorLengthDataset";
+  setElementRowCalculator(&VectorLengthDataset::calculateRow, typeid(VectorLengthDataset));
+}
 
 VectorLengthDataset::~VectorLengthDataset() = default;
 
@@ -22,6 +62,36 @@ bool VectorLengthDataset::calculateElement(const DatasetCoordinates& p) {
   setElementReference<double>(p, readSourceVector(p).getLength());
   setElementCacheStatus(p, true);
   return true;
+}
+
+int VectorLengthDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check) {
+  auto& self = static_cast<VectorLengthDataset&>(dataset);
+  const std::size_t n = self.sourceDatasets.size();
+  if (n < 1 || n > static_cast<std::size_t>(maximalSourceCount) || !DatasetRowAccess::holdsRow(&self, first, count))
+    return 0;
+  for (Dataset* source : self.sourceDatasets)
+    if (!DatasetRowAccess::canReadRow(source, first, count)) return 0;
+  if (check) return count;
+  const auto length = static_cast<std::size_t>(count);
+  std::vector<double> components(n * length);
+  for (std::size_t i = 0; i < n; ++i)
+    DatasetRowAccess::readRow(self.sourceDatasets[i], first, count, components.data() + i * length);
+  DatasetCoordinates last = first;
+  last.x += count - 1;
+  for (Dataset* source : self.sourceDatasets) DatasetRowAccess::leaveInReadBuffer(source, last);
+  std::vector<double> values(length);
+  switch (n) {
+    case 1: lengthsOf<1>(components.data(), length, values.data()); break;
+    case 2: lengthsOf<2>(components.data(), length, values.data()); break;
+    case 3: lengthsOf<3>(components.data(), length, values.data()); break;
+    default: lengthsOf<4>(components.data(), length, values.data()); break;
+  }
+  // The vector of the last element, as element-wise computing leaves it.
+  Vector& vector = self.sourceVector;
+  if (vector.size() != n) vector = Vector(static_cast<unsigned>(n));
+  for (std::size_t i = 0; i < n; ++i) vector[static_cast<unsigned>(i)] = components[i * length + length - 1];
+  DatasetRowAccess::storeRow(&self, first, count, values.data());
+  return count;
 }
 
 bool VectorLengthDataset::isDatasetEquivalent(DependentDataset* other) {

@@ -30,6 +30,8 @@ protected:
   Vector& readSourceVector(const DatasetCoordinates& p);
 
 private:
+  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
+  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
   Vector sourceVector;
 };
 

@@ -1,0 +1,105 @@
+"""Merges the Google Benchmark JSON of tarv_bench with the peer times of peers.py into one table.
+
+    table.py ours.json peers.json
+"""
+
+import json
+import sys
+
+# Reference figures for the rows whose peer is not run here (ITK), seconds, same kind of machine.
+ITK = {
+    "gradients": 0.56,
+    "distances_128": 0.18,
+    "remove_small": 0.80,
+}
+
+
+def load_ours(path):
+    with open(path) as f:
+        data = json.load(f)
+    rows = {}
+    for b in data["benchmarks"]:
+        name = b["run_name"].split("/")[0]
+        if b.get("run_type") == "aggregate" and b.get("aggregate_name") != "median":
+            continue
+        unit = {"ms": 1e-3, "us": 1e-6, "ns": 1e-9, "s": 1.0}[b.get("time_unit", "ns")]
+        entry = rows.setdefault(name, {"times": [], "counters": {}})
+        if b.get("run_type") == "aggregate":
+            entry["median"] = b["cpu_time"] * unit
+        else:
+            entry["times"].append(b["cpu_time"] * unit)
+        for key in ("peak_cache_MB", "file_MB", "hausdorff", "average_border", "remaining"):
+            if key in b:
+                entry["counters"][key] = b[key]
+    for entry in rows.values():
+        if "median" not in entry:
+            t = sorted(entry["times"])
+            entry["median"] = t[len(t) // 2]
+    return rows
+
+
+def main(ours_path, peers_path):
+    ours = load_ours(ours_path)
+    with open(peers_path) as f:
+        peers = json.load(f)
+
+    def t(name):
+        return ours[name]["median"]
+
+    lines = []
+
+    def row(work, ours_s, peer_name, peer_s, goal, met, note=""):
+        ratio = f"{ours_s / peer_s:.2f}" if peer_s else "-"
+        peer_text = f"{peer_s:.3f}" if peer_s else "-"
+        lines.append(f"| {work} | {ours_s:.3f} | {peer_name} | {peer_text} | {ratio} | {goal} | {met}{note} |")
+
+    voxels256 = 256 ** 3
+    full = t("BM_FullReadGetElementIterator")
+    rate = voxels256 / full / 1e6
+    row("full read, getElement<double>(iterator), 256³ float", full, "numpy sum as float64", peers["full_read"],
+        "≥ 300 Mvoxel/s", "yes" if rate >= 300 else "no", f" ({rate:.0f} Mvoxel/s)")
+    copy = t("BM_CopyFrom512")
+    memcpy = t("BM_Memcpy512")
+    row("copyFrom into a dataset of the same shape, 512³ float", copy, "memcpy (same run)", memcpy, "≤ 1.25 × memcpy",
+        "yes" if copy <= 1.25 * memcpy else "no")
+    fresh = t("BM_CopyFrom512Fresh")
+    row("copyFrom into an empty dataset, 512³ float", fresh, "malloc + memcpy (same run)", t("BM_MallocMemcpy512"),
+        "-", "-")
+    row("convertPartFrom to short, whole 512³ float", t("BM_ConvertPartFrom512"), "numpy astype(int16)",
+        peers["convert_part"], "-", "-")
+    smooth = t("BM_Smooth5x5x5")
+    row("SmoothDataset 5×5×5, calculateFullDataset, 256³ float", smooth, "scipy correlate (full 5×5×5)",
+        peers["smooth_full"], "≤ 0.33 × full", "yes" if smooth <= 0.33 * peers["smooth_full"] else "no")
+    row("(same)", smooth, "scipy correlate1d ×3 (separable)", peers["smooth_separable"], "≤ 1 × separable",
+        "yes" if smooth <= peers["smooth_separable"] else "no")
+    grad = t("BM_Gradients3AndVectorLength")
+    row("3-point gradients x, y, z + VectorLengthDataset, 256³ float", grad, "scipy correlate ×3 + sqrt",
+        peers["gradients"], f"≤ ITK gradient {ITK['gradients']} s", "yes" if grad <= ITK["gradients"] else "no")
+    chain = t("BM_Tarv1LazyChain")
+    counters = ours["BM_Tarv1LazyChain"]["counters"]
+    mb = counters.get("file_MB", 128.0)
+    row("3 point-wise filters over lazily read TARV1 512×512×256", chain, "numpy fromfile + 3 ops",
+        peers["tarv1_chain"], "≥ 500 MB/s of file", "yes" if mb / chain >= 500 else "no",
+        f" ({mb / chain:.0f} MB/s; peak cache {counters.get('peak_cache_MB', 0):.0f} MB of a {mb:.0f} MB file)")
+    write = t("BM_TiffPagedWrite")
+    bare_write = t("BM_LibtiffTileWrite")
+    row("paged TIFF write, 512×512×256 uint16", write, "bare libtiff tile loop", bare_write, "≤ 1.1 × libtiff",
+        "yes" if write <= 1.1 * bare_write else "no")
+    read = t("BM_TiffPagedLazyRead")
+    bare_read = t("BM_LibtiffTileRead")
+    row("paged TIFF lazy full read, 512×512×256 uint16", read, "bare libtiff tile loop", bare_read,
+        "≤ 1.1 × libtiff", "yes" if read <= 1.1 * bare_read else "no")
+    dist = t("BM_HausdorffAndAverageBorderDistance")
+    row("Hausdorff + average border distance, two 256³ blobs", dist, "scipy distance_transform_edt",
+        peers["distances"], "≤ 2 s", "yes" if dist <= 2.0 else "no",
+        f" (ITK Hausdorff alone, 128³: {ITK['distances_128']} s)")
+    row("removeSmallVoxelGroups (< 10 voxels), 256³, 10 %", t("BM_RemoveSmallVoxelGroups"),
+        "scipy label + bincount", peers["remove_small"], f"- (ITK {ITK['remove_small']} s)", "-")
+
+    print("| work | ours (s) | peer | peer (s) | ours / peer | goal | met |")
+    print("|---|---|---|---|---|---|---|")
+    print("\n".join(lines))
+
+
+if __name__ == "__main__":
+    main(sys.argv[1], sys.argv[2])
