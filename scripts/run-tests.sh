@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the dependencies, builds tarv and runs its tests: a normal build, a build under
 # AddressSanitizer and UndefinedBehaviorSanitizer, the threaded tests under ThreadSanitizer,
-# and an application outside the tree built against the installed package.
+# an application outside the tree built against the installed package, and the fuzz harnesses
+# (clang-14 libFuzzer) over their corpora.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
@@ -32,8 +33,16 @@ echo "== ThreadSanitizer on the threaded tests"
 cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=Debug -DTARV_TSAN=ON -DTARV_BUILD_TOOLS=OFF
 threaded=$(cd tests && ls *Thread*Test.cpp 2>/dev/null | sed 's/\.cpp$//' || true)
 if [ -n "$threaded" ]; then
-  for t in $threaded; do cmake --build build/tsan -j"$jobs" --target "$t"; done
-  ctest --test-dir build/tsan -R "$(echo $threaded | tr ' ' '|')" --output-on-failure
+  for t in $threaded; do
+    cmake --build build/tsan -j"$jobs" --target "$t"
+    TSAN_OPTIONS=halt_on_error=1 "build/tsan/tests/$t"
+  done
+fi
+
+echo "== fuzz harnesses: every corpus replayed (regressions fail the run), then a short fuzz of each"
+fuzz/run-fuzzers.sh --replay
+if ! fuzz/run-fuzzers.sh --fuzz "${TARV_FUZZ_SECONDS:-10}"; then
+  echo "== short fuzzing found a new input (kept under build/fuzz/artifacts); it is not a regression of the corpus" >&2
 fi
 
 echo "== all tests passed"

@@ -14,7 +14,11 @@
 #include "dataset/CachedDataset.h"
 #include "dataset/DependentDataset.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::AllocationStats;
+using tarv::testing::LimitedMemory;
 
 namespace {
 
@@ -24,32 +28,6 @@ Key keyOf(const DatasetCoordinates& p) { return {p.x, p.y, p.z, p.t, p.c}; }
 double valueAt(const DatasetCoordinates& p) {
   return p.x + 10.0 * p.y + 100.0 * p.z + 1000.0 * p.t + 10000.0 * p.c + 0.5;
 }
-
-// A memory that refuses allocations above a byte limit and counts the ones it makes.
-struct AllocationStats {
-  std::uint64_t limitBytes = std::numeric_limits<std::uint64_t>::max();
-  int allocations = 0;
-  int refusals = 0;
-};
-
-class LimitedMemory : public ArrayDatasetMemory {
-public:
-  explicit LimitedMemory(std::shared_ptr<AllocationStats> s) : stats(std::move(s)) {}
-  DatasetMemory* cloneEmpty() const override { return new LimitedMemory(stats); }
-
-protected:
-  bool allocateElements() override {
-    if (getByteSize() > stats->limitBytes) {
-      ++stats->refusals;
-      return false;
-    }
-    ++stats->allocations;
-    return ArrayDatasetMemory::allocateElements();
-  }
-
-private:
-  std::shared_ptr<AllocationStats> stats;
-};
 
 // Computes valueAt(p) and counts every calculation, per element and in total.
 class CountingCachedDataset : public CachedDataset {

@@ -16,60 +16,18 @@
 
 #include "core/Mathematics.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::C;
+using tarv::testing::embedding;
+using tarv::testing::pattern;
+using tarv::testing::fillWithPattern;
+using tarv::testing::fillRandomly;
+using tarv::testing::forEachElementType;
+using tarv::testing::Snapshot;
 
 namespace {
-
-DatasetCoordinates C(int x, int y, int z, int t = 0, int c = 0) { return DatasetCoordinates(x, y, z, t, c); }
-
-DatasetWorldEmbedding embedding(double ox, double oy, double oz, double sx, double sy, double sz) {
-  return DatasetWorldEmbedding(WorldCoordinates(ox, oy, oz, 0.0), WorldCoordinates(sx, sy, sz, 1.0));
-}
-
-double pattern(const DatasetCoordinates& p) { return 1000.0 * p.t + 100.0 * p.z + 10.0 * p.y + p.x + p.c / 10.0 + 1.0; }
-
-template <ElementValueType T>
-void fillWithPattern(Dataset& d) {
-  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-    d.setElement<T>(it, static_cast<T>(pattern(it)));
-}
-
-void fillRandomly(Dataset& d, std::mt19937& random, double low, double high) {
-  std::uniform_real_distribution<double> value(low, high);
-  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-    d.setElement<double>(it, value(random));
-}
-
-template <typename F>
-void forEachElementType(F&& f) {
-  f.template operator()<bool>();
-  f.template operator()<signed char>();
-  f.template operator()<unsigned char>();
-  f.template operator()<short>();
-  f.template operator()<unsigned short>();
-  f.template operator()<int>();
-  f.template operator()<unsigned int>();
-  f.template operator()<long>();
-  f.template operator()<unsigned long>();
-  f.template operator()<float>();
-  f.template operator()<double>();
-  f.template operator()<long double>();
-}
-
-struct Snapshot {
-  DatasetCoordinates size;
-  TARVElementType type;
-  DatasetWorldEmbedding embedding;
-  std::vector<double> values;
-
-  explicit Snapshot(Dataset& d) : size(d.getSize()), type(d.getElementType()), embedding(d.getWorldEmbedding()) {
-    for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-      values.push_back(d.getElement<double>(it));
-  }
-  bool operator==(const Snapshot& o) const {
-    return size == o.size && type == o.type && embedding == o.embedding && values == o.values;
-  }
-};
 
 // Counts the announcements and reads that reach the dataset.
 class CountingDataset : public Dataset {
@@ -245,7 +203,7 @@ TEST(DatasetAnalysisTest, NonZeroVoxelBoundingBoxEnclosesTheNonZeroElements) {
 TEST(DatasetAnalysisTest, NonZeroVoxelBoundingBoxAgreesWithAScanOnRandomBlobs) {
   const unsigned seed = 4242;
   std::mt19937 random(seed);
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
+  SCOPED_TRACE(::testing::Message() << "seed " << seed);
   std::uniform_int_distribution<int> extent(1, 7);
   for (int round = 0; round < 50; ++round) {
     Dataset d(true);
@@ -303,7 +261,7 @@ TEST(DatasetAnalysisTest, MaximumValueListStopsWhenEveryVoxelIsTooClose) {
 TEST(DatasetAnalysisTest, MaximumValueListAgreesWithARoundByRoundScan) {
   const unsigned seed = 99;
   std::mt19937 random(seed);
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
+  SCOPED_TRACE(::testing::Message() << "seed " << seed);
   std::uniform_int_distribution<int> extent(1, 7);
   std::uniform_real_distribution<double> distance(-0.5, 4.0);
   for (int round = 0; round < 40; ++round) {
@@ -352,7 +310,7 @@ TEST(DatasetAnalysisTest, LinearInterpolationBlendsTheOutsideValue) {
 TEST(DatasetAnalysisTest, LinearInterpolationWeighsTheCorners) {
   const unsigned seed = 5;
   std::mt19937 random(seed);
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
+  SCOPED_TRACE(::testing::Message() << "seed " << seed);
   Dataset d(true);
   d.newDataset<double>(C(5, 4, 3, 1, 1), DatasetWorldEmbedding());
   fillRandomly(d, random, -10, 10);
@@ -461,7 +419,7 @@ TEST(DatasetAnalysisTest, SimilarityOverAnAllZeroPatch) {
 TEST(DatasetAnalysisTest, SimilarityMeasuresFollowTheirFormulas) {
   const unsigned seed = 31;
   std::mt19937 random(seed);
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
+  SCOPED_TRACE(::testing::Message() << "seed " << seed);
   Dataset image(true);
   image.newDataset<double>(C(7, 6, 3, 1, 1), DatasetWorldEmbedding());
   fillRandomly(image, random, -1, 1);
@@ -680,9 +638,9 @@ TEST(DatasetAnalysisTest, FromImageDataMapsEveryConvertibleScalarType) {
     image->SetOrigin(1, 2, 3);
     image->SetSpacing(0.5, 0.75, 2);
     Dataset d(true);
-    testing::internal::CaptureStderr();
+    ::testing::internal::CaptureStderr();
     d.fromImageData(image, 0);
-    testing::internal::GetCapturedStderr();
+    ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(d.getElementType(), elementType) << "VTK scalar type " << scalarType;
     ASSERT_EQ(d.getSize(), C(3, 4, 2, 1, 1));
     EXPECT_EQ(d.getWorldEmbedding().getDatasetOrigin().y, 2.0);
@@ -700,9 +658,9 @@ TEST(DatasetAnalysisTest, BoolDatasetComesBackAsSignedChar) {
   vtkSmartPointer<vtkImageData> image;
   image.TakeReference(flags.toImageData(0, false));
   Dataset back(true);
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   back.fromImageData(image, 0);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(back.getElementType(), TARV_ELEMENT_TYPE_SIGNED_CHAR);
   EXPECT_EQ(back.getElement<int>(C(1, 2, 0)), 1);
   EXPECT_EQ(back.getVoxelCountInValueRange(0, 0, false), 8u);
@@ -710,9 +668,9 @@ TEST(DatasetAnalysisTest, BoolDatasetComesBackAsSignedChar) {
 
 TEST(DatasetAnalysisTest, FromImageDataPrintsTheNonAxialWarningOnce) {
   Dataset d(true);
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   d.fromImageData(countingImage(VTK_FLOAT, 2, 2, 1), 0);
-  const std::string output = testing::internal::GetCapturedStderr();
+  const std::string output = ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(output, "Warning: Results may be unexpected for non axial datasets. in src/dataset/Dataset:638\n");
 }
 
@@ -723,9 +681,9 @@ TEST(DatasetAnalysisTest, FromImageDataFillsTimeStepInPlace) {
   vtkSmartPointer<vtkImageData> image = countingImage(VTK_UNSIGNED_CHAR, 3, 4, 2);
   image->SetOrigin(-1, -2, -3);
   image->SetSpacing(2, 3, 4);
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   d.fromImageData(image, 1);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   ASSERT_EQ(d.getSize(), C(3, 4, 2, 3, 1)) << "same x, y, z size and type: filled in place";
   EXPECT_EQ(d.getWorldEmbedding().getDatasetOrigin(), WorldCoordinates(-1, -2, -3, 0));
   EXPECT_EQ(d.getWorldEmbedding().getVoxelSpacing(), WorldCoordinates(2, 3, 4, 1));
@@ -738,16 +696,16 @@ TEST(DatasetAnalysisTest, FromImageDataFillsTimeStepInPlace) {
 TEST(DatasetAnalysisTest, FromImageDataRecreatesOnOtherSizeOrType) {
   Dataset d(true);
   d.newDataset<int>(C(3, 4, 2, 3, 1), DatasetWorldEmbedding());
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   d.fromImageData(countingImage(VTK_UNSIGNED_CHAR, 3, 4, 2), 0);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(d.getSize(), C(3, 4, 2, 1, 1));
   EXPECT_EQ(d.getElementType(), TARV_ELEMENT_TYPE_UNSIGNED_CHAR);
   EXPECT_EQ(d.getElement<int>(C(2, 3, 1)), 23);
 
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   d.fromImageData(countingImage(VTK_SHORT, 5, 1, 1), 2);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(d.getSize(), C(5, 1, 1, 1, 1)) << "re-created; time step 2 lies outside, so nothing is copied";
   EXPECT_EQ(d.getElementType(), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT);
 }
@@ -759,9 +717,9 @@ TEST(DatasetAnalysisTest, FromImageDataTakesTheFirstComponentAndAnyExtent) {
   auto* values = static_cast<unsigned char*>(image->GetScalarPointer());
   for (int i = 0; i < 3 * 2 * 3; ++i) values[i] = static_cast<unsigned char>(i);
   Dataset d(true);
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   d.fromImageData(image, 0);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   ASSERT_EQ(d.getSize(), C(3, 2, 1, 1, 1));
   for (int y = 0; y < 2; ++y)
     for (int x = 0; x < 3; ++x) EXPECT_EQ(d.getElement<int>(C(x, y, 0)), 3 * (y * 3 + x)) << x << ", " << y;
@@ -772,7 +730,7 @@ TEST(DatasetAnalysisTest, FromImageDataIgnoresWhatItCannotConvert) {
   d.newDataset<float>(C(2, 2, 1, 1, 1), embedding(1, 2, 3, 1, 1, 1));
   d.setAllElementsValue(3.5);
   const Snapshot before(d);
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   d.fromImageData(nullptr, 0);
   d.fromImageData(countingImage(VTK_LONG_LONG, 2, 2, 1), 0);
   d.fromImageData(countingImage(VTK_UNSIGNED_LONG_LONG, 2, 2, 1), 0);
@@ -784,7 +742,7 @@ TEST(DatasetAnalysisTest, FromImageDataIgnoresWhatItCannotConvert) {
   vtkSmartPointer<vtkImageData> lying = countingImage(VTK_FLOAT, 2, 2, 1);
   lying->SetDimensions(50, 50, 50);
   d.fromImageData(lying, 0);
-  const std::string output = testing::internal::GetCapturedStderr();
+  const std::string output = ::testing::internal::GetCapturedStderr();
   EXPECT_TRUE(Snapshot(d) == before);
   EXPECT_EQ(output, "") << "nothing was converted, so no warning";
 }
@@ -792,8 +750,8 @@ TEST(DatasetAnalysisTest, FromImageDataIgnoresWhatItCannotConvert) {
 TEST(DatasetAnalysisTest, FromImageDataOfAnIdTypeImageLeavesNoData) {
   Dataset d(true);
   d.newDataset<float>(C(2, 2, 1, 1, 1), DatasetWorldEmbedding());
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   d.fromImageData(countingImage(VTK_ID_TYPE, 2, 2, 1), 0);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   EXPECT_FALSE(d.hasData()) << "VTK_ID_TYPE maps to the unknown element type, which cannot be stored";
 }

@@ -13,63 +13,18 @@
 #include "core/DcmHeader.h"
 #include "core/Progress.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::C;
+using tarv::testing::embedding;
+using tarv::testing::pattern;
+using tarv::testing::fillWithPattern;
+using tarv::testing::fillRandomly;
+using tarv::testing::forEachElementType;
+using tarv::testing::Snapshot;
 
 namespace {
-
-DatasetCoordinates C(int x, int y, int z, int t = 0, int c = 0) { return DatasetCoordinates(x, y, z, t, c); }
-
-DatasetWorldEmbedding embedding(double ox, double oy, double oz, double sx, double sy, double sz) {
-  return DatasetWorldEmbedding(WorldCoordinates(ox, oy, oz, 0.0), WorldCoordinates(sx, sy, sz, 1.0));
-}
-
-// A distinct value for every element: 1000 t + 100 z + 10 y + x + c / 10 (plus one, so none is 0).
-double pattern(const DatasetCoordinates& p) { return 1000.0 * p.t + 100.0 * p.z + 10.0 * p.y + p.x + p.c / 10.0 + 1.0; }
-
-template <ElementValueType T>
-void fillWithPattern(Dataset& d) {
-  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-    d.setElement<T>(it, static_cast<T>(pattern(it)));
-}
-
-void fillRandomly(Dataset& d, std::mt19937& random, double low, double high) {
-  std::uniform_real_distribution<double> value(low, high);
-  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-    d.setElement<double>(it, value(random));
-}
-
-// Calls f.template operator()<T>() for each of the twelve element types.
-template <typename F>
-void forEachElementType(F&& f) {
-  f.template operator()<bool>();
-  f.template operator()<signed char>();
-  f.template operator()<unsigned char>();
-  f.template operator()<short>();
-  f.template operator()<unsigned short>();
-  f.template operator()<int>();
-  f.template operator()<unsigned int>();
-  f.template operator()<long>();
-  f.template operator()<unsigned long>();
-  f.template operator()<float>();
-  f.template operator()<double>();
-  f.template operator()<long double>();
-}
-
-// The whole state a caller can see, to prove that an operation left a dataset alone.
-struct Snapshot {
-  DatasetCoordinates size;
-  TARVElementType type;
-  DatasetWorldEmbedding embedding;
-  std::vector<double> values;
-
-  explicit Snapshot(Dataset& d) : size(d.getSize()), type(d.getElementType()), embedding(d.getWorldEmbedding()) {
-    for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-      values.push_back(d.getElement<double>(it));
-  }
-  bool operator==(const Snapshot& o) const {
-    return size == o.size && type == o.type && embedding == o.embedding && values == o.values;
-  }
-};
 
 // Counts the virtual element accesses and announcements that reach the dataset.
 class CountingDataset : public Dataset {
@@ -298,7 +253,7 @@ TEST(DatasetBulkTest, CopyPartFromClipsTheBoxAndKeepsTheWorldPosition) {
 TEST(DatasetBulkTest, CopyPartFromAgreesWithDirectReadsOnRandomBoxes) {
   const unsigned seed = 20240611;
   std::mt19937 random(seed);
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
+  SCOPED_TRACE(::testing::Message() << "seed " << seed);
   std::uniform_int_distribution<int> extent(1, 6);
   for (int round = 0; round < 40; ++round) {
     Dataset source(true);
@@ -506,7 +461,7 @@ TEST(DatasetBulkTest, CopyAndPlaceBlockFromWritesTheBlockOnly) {
 TEST(DatasetBulkTest, CopyAndPlaceBlockFromDropsWhatFallsOutside) {
   const unsigned seed = 777;
   std::mt19937 random(seed);
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
+  SCOPED_TRACE(::testing::Message() << "seed " << seed);
   std::uniform_int_distribution<int> extent(1, 6);
   std::uniform_int_distribution<int> place(-8, 8);
   for (int round = 0; round < 60; ++round) {

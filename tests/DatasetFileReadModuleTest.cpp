@@ -11,40 +11,13 @@
 #include "dataset/FileReadDataset.h"
 #include "dataset/TARV1DatasetFileReadModule.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::TemporaryDirectory;
+using tarv::testing::writeCountingTarv1File;
 
 namespace {
-
-class TemporaryDirectory {
-public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarv-readmodule-XXXXXX").string();
-    path = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string file(const std::string& name) const { return path + "/" + name; }
-
-private:
-  std::string path;
-};
-
-// A TARV1 file of the given size whose samples count up from 0; extra header lines appended.
-void writeTarv1File(const std::string& name, const DatasetCoordinates& size, const std::string& extraLines = "") {
-  std::ostringstream header;
-  header << "X = " << size.x << "\nY = " << size.y << "\nZ = " << size.z << "\nt = " << size.t
-         << "\nfactor = 1\n" << extraLines;
-  std::string bytes = header.str();
-  bytes.resize(2048, ' ');
-  const int count = size.x * size.y * size.z * size.t;
-  for (int i = 0; i < count; ++i) {
-    bytes += static_cast<char>(i & 0xff);
-    bytes += static_cast<char>((i >> 8) & 0xff);
-  }
-  std::ofstream(name, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
 
 // Records the calls of the module contract and sets a modality LUT when opening.
 class RecordingModule : public TARV1DatasetFileReadModule {
@@ -100,8 +73,8 @@ TEST(DatasetFileReadModuleTest, ASecondOpenClosesTheFirstFile) {
   TemporaryDirectory dir;
   const std::string first = dir.file("first.tarv1");
   const std::string second = dir.file("second.tarv1");
-  writeTarv1File(first, DatasetCoordinates(3, 2, 1, 1, 1), "minimumValue = 0\nmaximumValue = 5\n");
-  writeTarv1File(second, DatasetCoordinates(2, 2, 2, 1, 1));
+  writeCountingTarv1File(first, DatasetCoordinates(3, 2, 1, 1, 1), "minimumValue = 0\nmaximumValue = 5\n");
+  writeCountingTarv1File(second, DatasetCoordinates(2, 2, 2, 1, 1));
   RecordingModule module;
   ASSERT_TRUE(module.openFile(first));
   EXPECT_EQ(module.closes, 0);
@@ -116,7 +89,7 @@ TEST(DatasetFileReadModuleTest, ASecondOpenClosesTheFirstFile) {
 TEST(DatasetFileReadModuleTest, CloseFileResetsTheDescriptionButNotTheModalityLut) {
   TemporaryDirectory dir;
   const std::string name = dir.file("close.tarv1");
-  writeTarv1File(name, DatasetCoordinates(3, 2, 2, 1, 1), "originX = 4\nminimumValue = -1\nmaximumValue = 2\n");
+  writeCountingTarv1File(name, DatasetCoordinates(3, 2, 2, 1, 1), "originX = 4\nminimumValue = -1\nmaximumValue = 2\n");
   RecordingModule module;
   ASSERT_TRUE(module.openFile(name));
   EXPECT_TRUE(module.getModalityLut().isValid());
@@ -140,7 +113,7 @@ TEST(DatasetFileReadModuleTest, CloseFileResetsTheDescriptionButNotTheModalityLu
 TEST(DatasetFileReadModuleTest, ReadBlockFromFileMarksTheWholeBlockCached) {
   TemporaryDirectory dir;
   const std::string name = dir.file("block.tarv1");
-  writeTarv1File(name, DatasetCoordinates(4, 3, 3, 1, 1));
+  writeCountingTarv1File(name, DatasetCoordinates(4, 3, 3, 1, 1));
   FileReadDataset d;
   auto* module = new TARV1DatasetFileReadModule();
   d.setFileReadModule(module);

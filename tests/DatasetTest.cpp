@@ -7,11 +7,12 @@
 
 #include "dataset/ArrayDatasetMemory.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::C;
 
 namespace {
-
-DatasetCoordinates C(int x, int y, int z, int t = 0, int c = 0) { return DatasetCoordinates(x, y, z, t, c); }
 
 // A dataset that counts the element reads of updateMinimumAndMaximumValue.
 class CountingDataset : public Dataset {

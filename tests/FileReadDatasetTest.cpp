@@ -10,40 +10,13 @@
 
 #include "dataset/TARV1DatasetFileReadModule.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::TemporaryDirectory;
+using tarv::testing::writeCountingTarv1File;
 
 namespace {
-
-class TemporaryDirectory {
-public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarv-fileread-XXXXXX").string();
-    path = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string file(const std::string& name) const { return path + "/" + name; }
-
-private:
-  std::string path;
-};
-
-// A TARV1 file whose sample i (storage order) is i modulo 65536, with factor 1 and offset 0.
-void writeTarv1File(const std::string& name, const DatasetCoordinates& size, const std::string& extraLines = "") {
-  std::ostringstream header;
-  header << "X = " << size.x << "\nY = " << size.y << "\nZ = " << size.z << "\nt = " << size.t
-         << "\nfactor = 1\n" << extraLines;
-  std::string bytes = header.str();
-  bytes.resize(2048, ' ');
-  const long count = static_cast<long>(size.x) * size.y * size.z * size.t;
-  for (long i = 0; i < count; ++i) {
-    bytes += static_cast<char>(i & 0xff);
-    bytes += static_cast<char>((i >> 8) & 0xff);
-  }
-  std::ofstream(name, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
 
 double sampleValue(const DatasetCoordinates& size, const DatasetCoordinates& p) {
   const long i = ((static_cast<long>(p.t) * size.z + p.z) * size.y + p.y) * size.x + p.x;
@@ -99,7 +72,7 @@ TEST(FileReadDatasetTest, AFreshDatasetHasNoModuleAndNoData) {
 TEST(FileReadDatasetTest, OpeningShapesTheDatasetWithoutReadingElements) {
   TemporaryDirectory dir;
   const std::string name = dir.file("shape.tarv1");
-  writeTarv1File(name, DatasetCoordinates(7, 5, 4, 2, 1), "originZ = -20\nspacingX = 0.25\n");
+  writeCountingTarv1File(name, DatasetCoordinates(7, 5, 4, 2, 1), "originZ = -20\nspacingX = 0.25\n");
   int blocks = 0;
   FileReadDataset d;
   d.setFileReadModule(new CountingModule(&blocks, nullptr));
@@ -121,7 +94,7 @@ TEST(FileReadDatasetTest, OpeningShapesTheDatasetWithoutReadingElements) {
 TEST(FileReadDatasetTest, AStatedRangeIsValidAtOnceAndStaysValidWhileLoading) {
   TemporaryDirectory dir;
   const std::string name = dir.file("range.tarv1");
-  writeTarv1File(name, DatasetCoordinates(4, 4, 3, 1, 1), "minimumValue = -5\nmaximumValue = 500\n");
+  writeCountingTarv1File(name, DatasetCoordinates(4, 4, 3, 1, 1), "minimumValue = -5\nmaximumValue = 500\n");
   int blocks = 0;
   FileReadDataset d;
   d.setFileReadModule(new CountingModule(&blocks, nullptr));
@@ -142,7 +115,7 @@ TEST(FileReadDatasetTest, AStatedRangeIsValidAtOnceAndStaysValidWhileLoading) {
 TEST(FileReadDatasetTest, TheModalityLutIsTakenFromTheModule) {
   TemporaryDirectory dir;
   const std::string name = dir.file("lut.tarv1");
-  writeTarv1File(name, DatasetCoordinates(2, 2, 1, 1, 1));
+  writeCountingTarv1File(name, DatasetCoordinates(2, 2, 1, 1, 1));
   auto* module = new CountingModule(nullptr, nullptr);
   module->lut = true;
   FileReadDataset d;
@@ -156,7 +129,7 @@ TEST(FileReadDatasetTest, TheModalityLutIsTakenFromTheModule) {
 TEST(FileReadDatasetTest, AModuleDescriptionThatGivesNoDatasetClosesTheModule) {
   TemporaryDirectory dir;
   const std::string name = dir.file("void.tarv1");
-  writeTarv1File(name, DatasetCoordinates(2, 2, 1, 1, 1));
+  writeCountingTarv1File(name, DatasetCoordinates(2, 2, 1, 1, 1));
   auto* module = new CountingModule(nullptr, nullptr);
   module->unusableType = true;
   FileReadDataset d;
@@ -181,7 +154,7 @@ TEST(FileReadDatasetTest, ARejectedFileFailsToOpen) {
 TEST(FileReadDatasetTest, SettingANullModuleClosesAndDeletesTheCurrentOne) {
   TemporaryDirectory dir;
   const std::string name = dir.file("null.tarv1");
-  writeTarv1File(name, DatasetCoordinates(2, 2, 1, 1, 1));
+  writeCountingTarv1File(name, DatasetCoordinates(2, 2, 1, 1, 1));
   bool firstDestroyed = false;
   bool secondDestroyed = false;
   int secondCloses = 0;
@@ -214,7 +187,7 @@ TEST(FileReadDatasetTest, TheDestructorDeletesTheModule) {
 TEST(FileReadDatasetTest, ClosingKeepsShapeAndCachedElements) {
   TemporaryDirectory dir;
   const std::string name = dir.file("keep.tarv1");
-  writeTarv1File(name, DatasetCoordinates(5, 4, 3, 1, 1));
+  writeCountingTarv1File(name, DatasetCoordinates(5, 4, 3, 1, 1));
   FileReadDataset d;
   d.setFileReadModule(new TARV1DatasetFileReadModule());
   ASSERT_TRUE(d.openFile(name));
@@ -237,7 +210,7 @@ TEST(FileReadDatasetTest, ClosingKeepsShapeAndCachedElements) {
 TEST(FileReadDatasetTest, TheCacheIsReshapedToTheWholeBlock) {
   TemporaryDirectory dir;
   const std::string name = dir.file("reshape.tarv1");
-  writeTarv1File(name, DatasetCoordinates(40, 30, 25, 1, 1));
+  writeCountingTarv1File(name, DatasetCoordinates(40, 30, 25, 1, 1));
   FileReadDataset d;
   d.setFileReadModule(new TARV1DatasetFileReadModule());
   ASSERT_TRUE(d.openFile(name));
@@ -256,7 +229,7 @@ TEST(FileReadDatasetTest, TheWholeDatasetIsReadOneBlockPerSlice) {
   TemporaryDirectory dir;
   const std::string name = dir.file("full.tarv1");
   const DatasetCoordinates size(9, 8, 6, 3, 1);
-  writeTarv1File(name, size);
+  writeCountingTarv1File(name, size);
   int blocks = 0;
   FileReadDataset d;
   d.setFileReadModule(new CountingModule(&blocks, nullptr));
@@ -273,7 +246,7 @@ TEST(FileReadDatasetTest, TheWholeDatasetIsReadOneBlockPerSlice) {
 TEST(FileReadDatasetTest, RowsAreStoredOnlyInsideTheCachedRegion) {
   TemporaryDirectory dir;
   const std::string name = dir.file("rows.tarv1");
-  writeTarv1File(name, DatasetCoordinates(10, 4, 2, 1, 1));
+  writeCountingTarv1File(name, DatasetCoordinates(10, 4, 2, 1, 1));
   FileReadDataset d;
   d.setFileReadModule(new TARV1DatasetFileReadModule());
   ASSERT_TRUE(d.openFile(name));

@@ -10,9 +10,9 @@
 #include "dataset/Dataset.h"
 #include "dataset/DependentDataset.h"
 
-namespace tarv::testing {
+#include "TestSupport.h"
 
-inline DatasetCoordinates C(int x, int y, int z, int t = 0, int c = 0) { return DatasetCoordinates(x, y, z, t, c); }
+namespace tarv::testing {
 
 // An in-memory dataset that counts the element reads and the announcements it receives.
 class CountingSource : public Dataset {

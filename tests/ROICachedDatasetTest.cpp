@@ -12,7 +12,11 @@
 #include "dataset/ArrayDatasetMemory.h"
 #include "dataset/ROICachedDataset.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::AllocationStats;
+using tarv::testing::LimitedMemory;
 
 namespace {
 
@@ -26,32 +30,6 @@ double valueAt(const DatasetCoordinates& p) {
 const DatasetCoordinates kOrigin(0, 0, 0, 0, 0);
 
 DatasetBoundingBox box(const DatasetCoordinates& s, const DatasetCoordinates& e) { return DatasetBoundingBox(s, e); }
-
-// A memory that refuses allocations above a byte limit and counts the ones it makes.
-struct AllocationStats {
-  std::uint64_t limitBytes = std::numeric_limits<std::uint64_t>::max();
-  int allocations = 0;
-  int refusals = 0;
-};
-
-class LimitedMemory : public ArrayDatasetMemory {
-public:
-  explicit LimitedMemory(std::shared_ptr<AllocationStats> s) : stats(std::move(s)) {}
-  DatasetMemory* cloneEmpty() const override { return new LimitedMemory(stats); }
-
-protected:
-  bool allocateElements() override {
-    if (getByteSize() > stats->limitBytes) {
-      ++stats->refusals;
-      return false;
-    }
-    ++stats->allocations;
-    return ArrayDatasetMemory::allocateElements();
-  }
-
-private:
-  std::shared_ptr<AllocationStats> stats;
-};
 
 // Computes valueAt(p), counting calculations per element; optionally reads another element of
 // itself first (which may move the cache under the caller).

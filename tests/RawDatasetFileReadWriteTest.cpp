@@ -13,35 +13,14 @@
 #include <random>
 #include <string>
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::TemporaryDirectory;
+using tarv::testing::readBytes;
+using tarv::testing::writeBytes;
 
 namespace {
-
-class TemporaryDirectory {
-public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarv-raw-XXXXXX").string();
-    path = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string file(const std::string& name) const { return path + "/" + name; }
-
-private:
-  std::string path;
-};
-
-std::string readBytes(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void writeBytes(const std::string& name, const std::string& bytes) {
-  std::ofstream out(name, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
 
 const TARVElementType kAllTypes[] = {
     TARV_ELEMENT_TYPE_BOOL,         TARV_ELEMENT_TYPE_SIGNED_CHAR,        TARV_ELEMENT_TYPE_UNSIGNED_CHAR,
@@ -89,7 +68,7 @@ TEST(RawDatasetFileReadWriteTest, RoundTripsEveryTypeWithAndWithoutSwapAndFiller
   for (TARVElementType type : kAllTypes)
     for (bool swap : {false, true})
       for (int filler : {0, 3}) {
-        SCOPED_TRACE(testing::Message() << "type " << type << " swap " << swap << " filler " << filler << " seed " << seed);
+        SCOPED_TRACE(::testing::Message() << "type " << type << " swap " << swap << " filler " << filler << " seed " << seed);
         Dataset d(true);
         d.newDataset(DatasetCoordinates(5, 3, 2, 2, 2), type, DatasetWorldEmbedding());
         fillRandomly(d, random);

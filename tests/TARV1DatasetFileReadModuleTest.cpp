@@ -14,25 +14,12 @@
 
 #include "dataset/FileReadDataset.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::TemporaryDirectory;
 
 namespace {
-
-class TemporaryDirectory {
-public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarv-module-XXXXXX").string();
-    path = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string file(const std::string& name) const { return path + "/" + name; }
-
-private:
-  std::string path;
-};
 
 using SampleFunction = std::function<std::uint16_t(int x, int y, int z, int t)>;
 

@@ -12,36 +12,14 @@
 #include <string>
 #include <vector>
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::TemporaryDirectory;
+using tarv::testing::readBytes;
+using tarv::testing::writeBytes;
 
 namespace {
-
-// A fresh directory, removed with its files.
-class TemporaryDirectory {
-public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarv-tarv1-XXXXXX").string();
-    path = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string file(const std::string& name) const { return path + "/" + name; }
-
-private:
-  std::string path;
-};
-
-std::string readBytes(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void writeBytes(const std::string& name, const std::string& bytes) {
-  std::ofstream out(name, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
 
 // A file made of the given header text padded to 2048 bytes and the samples, little endian.
 std::string fileWith(const std::string& text, const std::vector<std::uint16_t>& samples) {
@@ -80,7 +58,7 @@ TEST(TARV1DatasetFileReadWriteTest, RoundTripsEveryElementType) {
   const unsigned seed = 20240611;
   std::mt19937 random(seed);
   for (TARVElementType type : kAllTypes) {
-    SCOPED_TRACE(testing::Message() << "element type " << type << ", seed " << seed);
+    SCOPED_TRACE(::testing::Message() << "element type " << type << ", seed " << seed);
     Dataset d(true);
     d.newDataset(DatasetCoordinates(5, 4, 3, 2, 1), type, DatasetWorldEmbedding());
     ASSERT_TRUE(d.hasData());

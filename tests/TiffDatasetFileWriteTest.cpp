@@ -16,25 +16,12 @@
 #include "dataset/FileReadDataset.h"
 #include "dataset/TiffFileReadModule.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::TemporaryDirectory;
 
 namespace {
-
-class TemporaryDirectory {
-public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarv-tiffwrite-XXXXXX").string();
-    path = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string file(const std::string& name) const { return path + "/" + name; }
-
-private:
-  std::string path;
-};
 
 // The standard output of a command, or nothing when it cannot be run.
 std::string commandOutput(const std::string& command) {
@@ -65,9 +52,9 @@ void fillRandomly(Dataset& d, std::mt19937& random) {
 void expectSameElements(Dataset& source, const std::string& name, TARVElementType expectedType) {
   FileReadDataset back;
   back.setFileReadModule(new TiffFileReadModule());
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   const bool opened = back.openFile(name);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   ASSERT_TRUE(opened) << "expected the written file to open";
   EXPECT_EQ(back.getElementType(), expectedType);
   const DatasetCoordinates size = source.getSize();
@@ -91,7 +78,7 @@ TEST(TiffDatasetFileWriteTest, RoundTripsEveryWritableTypeOnAVolumeThatIsNoMulti
   const unsigned seed = 777;
   std::mt19937 random(seed);
   for (TARVElementType type : kWritableTypes) {
-    SCOPED_TRACE(testing::Message() << "element type " << type << ", seed " << seed);
+    SCOPED_TRACE(::testing::Message() << "element type " << type << ", seed " << seed);
     Dataset d(true);
     d.newDataset(DatasetCoordinates(100, 70, 3, 1, 1), type, DatasetWorldEmbedding());
     fillRandomly(d, random);
@@ -106,7 +93,7 @@ TEST(TiffDatasetFileWriteTest, RoundTripsOneToFourComponents) {
   TemporaryDirectory dir;
   std::mt19937 random(31);
   for (int components = 1; components <= 4; ++components) {
-    SCOPED_TRACE(testing::Message() << components << " components");
+    SCOPED_TRACE(::testing::Message() << components << " components");
     Dataset d(true);
     d.newDataset<unsigned short>(DatasetCoordinates(70, 65, 2, 1, components), DatasetWorldEmbedding());
     fillRandomly(d, random);
@@ -189,14 +176,14 @@ TEST(TiffDatasetFileWriteTest, DoubleDatasetsCannotBeWritten) {
     d.setElement<double>(it, 1.0);
   TiffDatasetFileWrite writer;
   writer.fileName = dir.file("double.tif");
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   writer.write(&d);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "write() -- error writing file header.\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "write() -- error writing file header.\n");
   FileReadDataset back;
   back.setFileReadModule(new TiffFileReadModule());
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_FALSE(back.openFile(writer.fileName)) << "expected the incomplete file not to open as a dataset";
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
 }
 
 TEST(TiffDatasetFileWriteTest, FiveComponentsCannotBeWritten) {
@@ -205,9 +192,9 @@ TEST(TiffDatasetFileWriteTest, FiveComponentsCannotBeWritten) {
   d.newDataset<unsigned char>(DatasetCoordinates(4, 4, 1, 1, 5), DatasetWorldEmbedding());
   TiffDatasetFileWrite writer;
   writer.fileName = dir.file("five.tif");
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   writer.write(&d);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "write() -- error writing file header.\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "write() -- error writing file header.\n");
 }
 
 TEST(TiffDatasetFileWriteTest, NothingIsWrittenWithoutData) {
@@ -221,9 +208,9 @@ TEST(TiffDatasetFileWriteTest, NothingIsWrittenWithoutData) {
   EXPECT_FALSE(std::filesystem::exists(writer.fileName));
   d.newDataset<unsigned char>(DatasetCoordinates(4, 4, 1, 1, 1), DatasetWorldEmbedding());
   writer.fileName = dir.file("no/such/directory/file.tif");
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   writer.write(&d);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "expected an unopenable file to fail silently";
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "") << "expected an unopenable file to fail silently";
 }
 
 TEST(TiffDatasetFileWriteTest, OnlyTheFirstTimePointIsStored) {

@@ -10,25 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::TemporaryDirectory;
 
 namespace {
-
-class TemporaryDirectory {
-public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarv-tiffheader-XXXXXX").string();
-    path = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string file(const std::string& name) const { return path + "/" + name; }
-
-private:
-  std::string path;
-};
 
 // The tags of a TIFF file written directly with libtiff; pages filled with a byte pattern.
 struct TiffTags {
@@ -100,14 +87,14 @@ HeaderReadResult readHeader(const std::string& name, TiffFileHeader& header) {
   HeaderReadResult result;
   TIFF* tiff = TIFFOpen(name.c_str(), "r");
   if (tiff == nullptr) return result;
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   result.valid = header.read(tiff);
-  result.printed = testing::internal::GetCapturedStderr();
+  result.printed = ::testing::internal::GetCapturedStderr();
   TIFFClose(tiff);
   return result;
 }
 
-class TiffFileHeaderTest : public testing::Test {
+class TiffFileHeaderTest : public ::testing::Test {
 protected:
   void SetUp() override {
     TIFFSetErrorHandler(nullptr);

@@ -20,25 +20,12 @@
 #include "dataset/FileReadDataset.h"
 #include "dataset/TiffDatasetFileWrite.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::TemporaryDirectory;
 
 namespace {
-
-class TemporaryDirectory {
-public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tarv-tiffread-XXXXXX").string();
-    path = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string file(const std::string& name) const { return path + "/" + name; }
-
-private:
-  std::string path;
-};
 
 // The tags of a TIFF file written directly with libtiff; every page holds the bytes of `page`
 // (repeated) unless only the first tile is to be written.
@@ -117,12 +104,12 @@ private:
 
 // Opens a file in a file-backed dataset, returning what was printed.
 std::string openQuietly(FileReadDataset& d, const std::string& name, bool& opened) {
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   opened = d.openFile(name);
-  return testing::internal::GetCapturedStderr();
+  return ::testing::internal::GetCapturedStderr();
 }
 
-class TiffFileReadModuleTest : public testing::Test {
+class TiffFileReadModuleTest : public ::testing::Test {
 protected:
   void SetUp() override {
     TIFFSetErrorHandler(nullptr);
@@ -155,9 +142,9 @@ TEST_F(TiffFileReadModuleTest, OpeningReportsAndDescribesTheFile) {
   EXPECT_FALSE(module.getReadAsSegmentation());
   EXPECT_FALSE(module.getIsSegmentation());
   EXPECT_EQ(module.getReadBlockBox(DatasetCoordinates(0, 0, 0, 0, 0)), kNoFileBox);
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   ASSERT_TRUE(module.openFile(name));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Tiff file open\nTiff file header OK\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Tiff file open\nTiff file header OK\n");
   EXPECT_EQ(module.getSize(), DatasetCoordinates(100, 70, 3, 1, 1));
   EXPECT_EQ(module.getElementType(), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT);
   EXPECT_EQ(module.getWorldEmbedding(), DatasetWorldEmbedding()) << "expected no geometry from this format";
@@ -168,9 +155,9 @@ TEST_F(TiffFileReadModuleTest, OpeningReportsAndDescribesTheFile) {
 TEST_F(TiffFileReadModuleTest, TheReadBoxIsThePageClippedToTheImage) {
   const std::string name = writeVolume("box.tif", DatasetCoordinates(100, 70, 3, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_CHAR);
   TiffFileReadModule module;
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   ASSERT_TRUE(module.openFile(name));
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(module.getReadBlockBox(DatasetCoordinates(99, 69, 2, 0, 0)),
             DatasetBoundingBox(DatasetCoordinates(64, 64, 2, 0, 0), DatasetCoordinates(99, 69, 2, 0, 0)));
   EXPECT_EQ(module.getReadBlockBox(DatasetCoordinates(10, 20, 1, 0, 0)),
@@ -284,9 +271,9 @@ TEST_F(TiffFileReadModuleTest, RangeTagsGiveAValidRangeAndNoTagsLeaveItUntouched
 
   const std::string plainName = writeVolume("plain.tif", DatasetCoordinates(20, 20, 1, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_CHAR);
   TiffFileReadModule module;
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   ASSERT_TRUE(module.openFile(plainName));
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   EXPECT_FALSE(module.getMinimumAndMaximumValueCacheStatus()) << "expected the module's range left as it was";
   FileReadDataset other;
   other.setFileReadModule(new TiffFileReadModule());
@@ -309,9 +296,9 @@ TEST_F(TiffFileReadModuleTest, Stripped2DFilesOpenButYieldNoBlocks) {
   EXPECT_EQ(d.getFileReadModule()->getReadBlockBox(DatasetCoordinates(5, 15, 0, 0, 0)),
             DatasetBoundingBox(DatasetCoordinates(0, 10, 0, 0, 0), DatasetCoordinates(39, 19, 0, 0, 0)));
   unsigned char value = 77;
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_FALSE(d.getElementByBuffer(DatasetCoordinates(5, 15, 0, 0, 0), &value));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
             "tarv::TiffFileReadModule::readBlock() : Stripped page mode not implemented yet.\n");
   EXPECT_EQ(value, 77);
 
@@ -361,9 +348,9 @@ TEST_F(TiffFileReadModuleTest, SeparatePlanesFailThroughTheTileErrorReport) {
   openQuietly(d, name, opened);
   ASSERT_TRUE(opened);
   unsigned char value = 0;
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_FALSE(d.getElementByBuffer(DatasetCoordinates(1, 1, 0, 0, 0), &value));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
             "tarv::TiffFileReadModule::readBlock() : TIFFReadTile error\n"
             "tile: (0, 0, 0, 0, 0) (15, 15, 0, 0, 0)\n"
             "file: " + name + "\n");
@@ -381,9 +368,9 @@ TEST_F(TiffFileReadModuleTest, AMissingTileFailsOnlyItsOwnBlocks) {
   ASSERT_TRUE(opened);
   EXPECT_EQ(d.getElement<int>(DatasetCoordinates(3, 2, 0, 0, 0)), 2 * 16 + 3);
   unsigned char value = 99;
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_FALSE(d.getElementByBuffer(DatasetCoordinates(20, 2, 0, 0, 0), &value));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
             "tarv::TiffFileReadModule::readBlock() : TIFFReadTile error\n"
             "tile: (16, 0, 0, 0, 0) (31, 15, 0, 0, 0)\n"
             "file: " + name + "\n");
@@ -393,36 +380,36 @@ TEST_F(TiffFileReadModuleTest, AMissingTileFailsOnlyItsOwnBlocks) {
 
 TEST_F(TiffFileReadModuleTest, UnusableFilesDoNotOpen) {
   TiffFileReadModule module;
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_FALSE(module.openFile(dir.file("missing.tif")));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "expected nothing printed for an unopenable file";
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "") << "expected nothing printed for an unopenable file";
   EXPECT_TRUE(module.getFileName().empty());
 
   const std::string name = dir.file("unusable.tif");
   std::ofstream(name) << "this is not a TIFF file at all";
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_FALSE(module.openFile(name));
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   std::ofstream(name, std::ios::trunc).close();
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_FALSE(module.openFile(name)) << "expected an empty file refused";
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
 
   TiffTags wide;
   wide.bitsPerSample = 64;
   wide.sampleFormat = SAMPLEFORMAT_IEEEFP;
   ASSERT_TRUE(writeTiff(name, wide));
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_FALSE(module.openFile(name)) << "expected 64-bit samples refused";
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Tiff file open\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Tiff file open\n");
 
   TiffTags deep;
   deep.depth = 20;
   deep.tileDepth = 16;
   ASSERT_TRUE(writeTiff(name, deep));
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_FALSE(module.openFile(name)) << "expected tiles deeper than one slice refused";
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   EXPECT_FALSE(module.isFileOpen());
 }
 
@@ -437,9 +424,9 @@ TEST_F(TiffFileReadModuleTest, PagesTooLargeForTheFileAreRefusedBeforeAnyBuffer)
   ASSERT_TRUE(writeTiff(name, tags));
   ASSERT_LT(std::filesystem::file_size(name), 4096u);
   TiffFileReadModule module;
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   const bool opened = module.openFile(name);
-  const std::string printed = testing::internal::GetCapturedStderr();
+  const std::string printed = ::testing::internal::GetCapturedStderr();
   EXPECT_FALSE(opened) << "expected a 1 GiB page in a tiny file refused";
   EXPECT_EQ(printed.find("Tiff file header OK"), std::string::npos);
 }
@@ -449,9 +436,9 @@ TEST_F(TiffFileReadModuleTest, ReadBlockRefusesWhatItCannotServe) {
   TiffFileReadModule module;
   FileReadDataset d;
   EXPECT_FALSE(module.readBlock(&d, DatasetCoordinates(0, 0, 0, 0, 0))) << "expected no block without a file";
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   ASSERT_TRUE(module.openFile(name));
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   EXPECT_FALSE(module.readBlock(nullptr, DatasetCoordinates(0, 0, 0, 0, 0)));
   EXPECT_FALSE(module.readBlock(&d, DatasetCoordinates(20, 0, 0, 0, 0))) << "expected coordinates outside refused";
   EXPECT_FALSE(module.readBlock(&d, DatasetCoordinates(0, 0, 2, 0, 0)));
@@ -542,7 +529,7 @@ TEST_F(TiffFileReadModuleTest, TruncatedAndMutatedFilesNeverHarmTheReader) {
     std::ofstream(name, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     FileReadDataset d;
     d.setFileReadModule(new TiffFileReadModule());
-    testing::internal::CaptureStderr();
+    ::testing::internal::CaptureStderr();
     const bool ok = d.openFile(name);
     if (ok) {
       ++opened;
@@ -573,7 +560,7 @@ TEST_F(TiffFileReadModuleTest, TruncatedAndMutatedFilesNeverHarmTheReader) {
       ++refused;
       EXPECT_FALSE(d.hasData()) << "round " << round << " seed " << seed;
     }
-    testing::internal::GetCapturedStderr();
+    ::testing::internal::GetCapturedStderr();
   }
   EXPECT_GT(opened, 0);
   EXPECT_GT(refused, 0);

@@ -35,16 +35,17 @@
 #include "dataset/VTIDatasetFileReadWrite.h"
 #include "dataset/VTKWrapperDatasetFileReadWrite.h"
 
+#include "TestSupport.h"
+
 using namespace tarv;
+using tarv::testing::C;
+using tarv::testing::embedding;
+using tarv::testing::Snapshot;
+using tarv::testing::readBytes;
+using tarv::testing::writeBytes;
 namespace fs = std::filesystem;
 
 namespace {
-
-DatasetCoordinates C(int x, int y, int z, int t = 0, int c = 0) { return DatasetCoordinates(x, y, z, t, c); }
-
-DatasetWorldEmbedding embedding(double ox, double oy, double oz, double sx, double sy, double sz) {
-  return DatasetWorldEmbedding(WorldCoordinates(ox, oy, oz, 0.0), WorldCoordinates(sx, sy, sz, 1.0));
-}
 
 // A directory of its own under the system's temporary directory, removed afterwards.
 class TemporaryDirectory {
@@ -63,31 +64,6 @@ public:
 
 private:
   fs::path path;
-};
-
-std::string readBytes(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void writeBytes(const std::string& name, const std::string& bytes) {
-  std::ofstream out(name, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-struct Snapshot {
-  DatasetCoordinates size;
-  TARVElementType type;
-  DatasetWorldEmbedding embedding;
-  std::vector<double> values;
-
-  explicit Snapshot(Dataset& d) : size(d.getSize()), type(d.getElementType()), embedding(d.getWorldEmbedding()) {
-    for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-      values.push_back(d.getElement<double>(it));
-  }
-  bool operator==(const Snapshot& o) const {
-    return size == o.size && type == o.type && embedding == o.embedding && values == o.values;
-  }
 };
 
 // Elements that differ in every voxel and time step and fit an unsigned char.
@@ -118,9 +94,9 @@ void expectSameVolume(Dataset& read, Dataset& written, int t) {
 std::unique_ptr<Dataset> readFile(VTKDatasetFileReadWrite& format, const std::string& name, int t = 0) {
   auto d = std::make_unique<Dataset>(true);
   format.setFileName(name);
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   format.read(d.get(), t);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   return d;
 }
 
@@ -142,11 +118,11 @@ std::vector<FormatCase> allFormats() {
 }
 
 // VTK reports broken files on its own output window; the tests make many on purpose.
-class QuietVTK : public testing::Environment {
+class QuietVTK : public ::testing::Environment {
 public:
   void SetUp() override { vtkObject::GlobalWarningDisplayOff(); }
 };
-const testing::Environment* const quietVTK = testing::AddGlobalTestEnvironment(new QuietVTK);
+const ::testing::Environment* const quietVTK = ::testing::AddGlobalTestEnvironment(new QuietVTK);
 
 }  // namespace
 
@@ -377,9 +353,9 @@ TEST(VTKDatasetFileReadWriteTest, ReadingIntoADatasetOfTheSameSizeFillsTimeStepI
   TIFFDatasetFileReadWrite tiff;
   writeFile(tiff, movie, directory.file("step3.tif"), 3);
   tiff.setFileName(directory.file("step3.tif"));
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   tiff.read(&movie, 1);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   ASSERT_EQ(movie.getSize(), C(6, 5, 3, 4, 1));
   for (DatasetCoordinatesIterator it = movie.getStartCoordinatesIterator(); it.valid; movie.incrementCoordinatesIterator(it)) {
     const DatasetCoordinates source(it.x, it.y, it.z, it.t == 1 ? 3 : it.t, 0);
@@ -473,10 +449,10 @@ TEST(VTKDatasetFileReadWriteTest, UnreadableFilesLeaveTheDatasetAsItWas) {
       std::unique_ptr<Dataset> sanity = readFile(*io, good);
       ASSERT_EQ(sanity->getSize(), C(12, 10, 1, 1, 1)) << "the good file reads";
       io->setFileName(name);
-      testing::internal::CaptureStderr();
+      ::testing::internal::CaptureStderr();
       io->read(&target, 0);
       io->read(&target, 1);
-      testing::internal::GetCapturedStderr();
+      ::testing::internal::GetCapturedStderr();
       EXPECT_TRUE(Snapshot(target) == before) << fs::path(name).filename();
     }
   }
@@ -526,15 +502,15 @@ TEST(VTKDatasetFileReadWriteTest, TIFFWithPagesOfDifferentSizesIsRefused) {
   const Snapshot before(target);
   TIFFDatasetFileReadWrite reader;
   reader.setFileName(name);
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   reader.read(&target, 0);
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStderr();
   EXPECT_TRUE(Snapshot(target) == before) << "the first page promises more than the others hold";
 }
 
 TEST(VTKDatasetFileReadWriteTest, MutatedFilesAreReadWholeOrNotAtAll) {
   const unsigned seed = 1;
-  SCOPED_TRACE(testing::Message() << "seed " << seed);
+  SCOPED_TRACE(::testing::Message() << "seed " << seed);
   std::mt19937 random(seed);
   TemporaryDirectory directory;
   Dataset slice(true);

@@ -1,6 +1,9 @@
 #include "dataset/DatasetCalculations.h"
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "core/Mathematics.h"
@@ -89,6 +92,18 @@ Dataset* DatasetCalculations::getGradientCorrelationMask(int dimensionality, int
         mask->setElement<double>(p, value);
       }
   return mask;
+}
+
+DatasetBoundingBox DatasetCalculations::enlargeByHalfMask(const DatasetBoundingBox& box, const Dataset* mask) {
+  if (mask == nullptr) return box;
+  const DatasetCoordinates extent = mask->getSize();
+  DatasetBoundingBox enlarged = box;
+  for (int k = 0; k < 4; ++k) {
+    const std::int64_t half = extent[k] / 2;
+    enlarged.start[k] = static_cast<int>(std::max<std::int64_t>(std::int64_t{box.start[k]} - half, INT_MIN));
+    enlarged.end[k] = static_cast<int>(std::min<std::int64_t>(std::int64_t{box.end[k]} + half, INT_MAX));
+  }
+  return enlarged;
 }
 
 }  // namespace tarv

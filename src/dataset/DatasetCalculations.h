@@ -25,6 +25,10 @@ public:
   // dimensionality or filter size, or when the mask cannot be allocated. A direction the
   // dimensionality has no axis for leaves every element 0.
   static Dataset* getGradientCorrelationMask(int dimensionality, int direction, int filterSize);
+
+  // box grown by half the mask extent (rounded down) in x, y, z and t, kept within the int
+  // range; box itself for a null mask.
+  static DatasetBoundingBox enlargeByHalfMask(const DatasetBoundingBox& box, const Dataset* mask);
 };
 
 }  // namespace tarv

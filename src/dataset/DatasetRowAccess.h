@@ -56,6 +56,23 @@ public:
     return count;
   }
 
+  // The row calculator of a neighbourhood filter whose element is formula(v), v being
+  // source->correlatedElement(p, mask, centre, outside) (see correlateRow). 0 without a mask or
+  // source, or when the row cannot be computed from rows.
+  template <typename Formula>
+  static int calculateCorrelatedRow(CachedDataset& dataset, Dataset* source, Dataset* mask,
+                                    const DatasetCoordinates& centre, double outside, const DatasetCoordinates& first,
+                                    int count, bool check, Formula formula) {
+    if (mask == nullptr || source == nullptr || !holdsRow(&dataset, first, count)) return 0;
+    if (!correlateRow(source, mask, centre, outside, first, count, nullptr, true)) return 0;
+    if (check) return count;
+    const auto values = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(count));
+    correlateRow(source, mask, centre, outside, first, count, values.get(), false);
+    for (int i = 0; i < count; ++i) values[i] = formula(values[i]);
+    storeRow(&dataset, first, count, values.get());
+    return count;
+  }
+
   // Whether the dataset is a plain in-memory one (its element access is Dataset's, on an array).
   static bool isPlainInMemory(const Dataset* dataset);
   // The element block of a plain in-memory dataset (elements in memory order), else null.

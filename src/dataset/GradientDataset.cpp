@@ -5,30 +5,10 @@
 #include "dataset/DatasetRowAccess.h"
 
 #include <algorithm>
-#include <climits>
-#include <cstdint>
-#include <memory>
 
 #include "dataset/DatasetCalculations.h"
 
 namespace tarv {
-
-namespace {
-
-// box grown by half the mask extent (rounded down) in x, y, z and t, kept within the int range.
-DatasetBoundingBox enlargeByHalfMask(const DatasetBoundingBox& box, const Dataset* mask) {
-  if (mask == nullptr) return box;
-  const DatasetCoordinates extent = mask->getSize();
-  DatasetBoundingBox enlarged = box;
-  for (int k = 0; k < 4; ++k) {
-    const std::int64_t half = extent[k] / 2;
-    enlarged.start[k] = static_cast<int>(std::max<std::int64_t>(std::int64_t{box.start[k]} - half, INT_MIN));
-    enlarged.end[k] = static_cast<int>(std::min<std::int64_t>(std::int64_t{box.end[k]} + half, INT_MAX));
-  }
-  return enlarged;
-}
-
-}  // namespace
 
 GradientDataset::GradientDataset() {
   typeName = "GradientDataset";
@@ -45,7 +25,7 @@ bool GradientDataset::isInputOk() const { return DependentDataset::isInputOk() &
 
 void GradientDataset::announceAccess(const DatasetBoundingBox& box) {
   if (inputValid && sourceDatasets.size() > 1) {
-    const DatasetBoundingBox enlarged = enlargeByHalfMask(box, mask);
+    const DatasetBoundingBox enlarged = DatasetCalculations::enlargeByHalfMask(box, mask);
     for (std::size_t i = 1; i < sourceDatasets.size(); ++i) sourceDatasets[i]->announceAccess(enlarged);
   }
   ROICachedDataset::announceAccess(box);
@@ -63,20 +43,14 @@ bool GradientDataset::calculateElement(const DatasetCoordinates& p) {
 
 int GradientDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check) {
   auto& self = static_cast<GradientDataset&>(dataset);
-  if (self.mask == nullptr || self.sourceDatasets.empty() || !DatasetRowAccess::holdsRow(&self, first, count)) return 0;
+  if (self.sourceDatasets.empty()) return 0;
   Dataset* source = self.sourceDatasets.front();
-  const double margin = self.marginValue;
-  if (!DatasetRowAccess::correlateRow(source, self.mask, self.maskCentre, margin, first, count, nullptr, true))
-    return 0;
-  if (check) return count;
-  const auto values = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(count));
-  DatasetRowAccess::correlateRow(source, self.mask, self.maskCentre, margin, first, count, values.get(), false);
-  if (!self.voxelGradient) {
-    const double spacing = self.worldEmbedding.getVoxelSpacing()[self.gradientDirection];
-    for (int i = 0; i < count; ++i) values[i] = values[i] / spacing;
-  }
-  DatasetRowAccess::storeRow(&self, first, count, values.get());
-  return count;
+  if (self.voxelGradient)
+    return DatasetRowAccess::calculateCorrelatedRow(self, source, self.mask, self.maskCentre, self.marginValue, first,
+                                                    count, check, [](double v) { return v; });
+  const double spacing = self.worldEmbedding.getVoxelSpacing()[self.gradientDirection];
+  return DatasetRowAccess::calculateCorrelatedRow(self, source, self.mask, self.maskCentre, self.marginValue, first,
+                                                  count, check, [spacing](double v) { return v / spacing; });
 }
 
 bool GradientDataset::isDatasetEquivalent(DependentDataset* other) {
