@@ -1,0 +1,98 @@
+// Paged TIFF files: the header read and printed, then the read module (byte 0, bit 0: in
+// segmentation mode) opened in a file-backed dataset and every block (page) read.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <sstream>
+
+#include <tiffio.h>
+
+#include "FuzzSupport.h"
+#include "dataset/FileReadDataset.h"
+#include "dataset/TiffFileHeader.h"
+#include "dataset/TiffFileReadModule.h"
+
+using namespace tarv;
+
+namespace {
+
+// Pages visited at most; a small file can claim any number of them.
+constexpr int blockLimit = 2048;
+// Every page read outside the cached region grows the region by that page and carries the whole
+// region over, so reading an image page by page costs the sum of the region's sizes; a small file
+// can claim an image large enough to make that sum as large as it likes. Stop at this many.
+constexpr std::uint64_t cacheWorkLimit = std::uint64_t(1) << 23;
+
+std::uint64_t volume(const DatasetBoundingBox& box) {
+  if (box.isEmpty()) return 0;
+  std::uint64_t v = 1;
+  for (int k = 0; k < 5; ++k) v *= static_cast<std::uint64_t>(box.end[k] - box.start[k] + 1);
+  return v;
+}
+
+void printHeader(const std::string& path) {
+  TIFF* tiff = TIFFOpen(path.c_str(), "r");
+  if (tiff == nullptr) return;
+  TiffFileHeader header;
+  (void)header.read(tiff);
+  std::ostringstream out;
+  header.print(out);
+  out << header;
+  TIFFClose(tiff);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  fuzz::quietLibraryOutput();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 1) return 0;
+  const bool segmentation = (data[0] & 1) != 0;
+  static fuzz::MemoryFile file;
+  file.assign(data + 1, size - 1);
+
+  printHeader(file.path());
+
+  auto dataset = std::make_unique<FileReadDataset>();
+  auto* module = new TiffFileReadModule();
+  module->setReadAsSegmentation(segmentation);
+  dataset->setFileReadModule(module);
+  if (!dataset->openFile(file.path())) return 0;
+  if (segmentation && dataset->getElementType() != TARV_ELEMENT_TYPE_BOOL)
+    fuzz::fail("a segmentation does not have bool elements");
+
+  // Every page: its box from the module, its first and last element through the dataset.
+  const DatasetCoordinates extent = dataset->getSize();
+  int blocks = 0;
+  std::uint64_t cacheWork = 0;
+  auto withinBudget = [&] { return blocks < blockLimit && cacheWork < cacheWorkLimit; };
+  for (int z = 0; z < extent.z && withinBudget();) {
+    int nextZ = extent.z;
+    for (int y = 0; y < extent.y && withinBudget();) {
+      int nextY = extent.y;
+      for (int x = 0; x < extent.x && withinBudget(); ++blocks) {
+        const DatasetCoordinates c(x, y, z, 0, 0);
+        const DatasetBoundingBox box = module->getReadBlockBox(c);
+        if (box.isEmpty() || box.start.x > x || box.end.x < x || box.start.y > y || box.end.y < y ||
+            box.start.z > z || box.end.z < z)
+          fuzz::fail("a block box does not hold its element");
+        if (box.end.x >= extent.x || box.end.y >= extent.y || box.end.z >= extent.z)
+          fuzz::fail("a block box reaches beyond the image");
+        (void)dataset->getElement<double>(c);
+        (void)dataset->getElement<double>(DatasetCoordinates(box.end.x, box.end.y, box.end.z, 0, std::max(extent.c - 1, 0)));
+        cacheWork += volume(dataset->getCacheRegion());
+        nextY = std::min(nextY, box.end.y + 1);
+        nextZ = std::min(nextZ, box.end.z + 1);
+        x = box.end.x + 1;
+      }
+      y = nextY;
+    }
+    z = nextZ;
+  }
+  dataset->closeFile();
+  return 0;
+}
