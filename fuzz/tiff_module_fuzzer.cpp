@@ -18,11 +18,11 @@ using namespace tarv;
 namespace {
 
 // Pages visited at most; a small file can claim any number of them.
-constexpr int blockLimit = 2048;
+constexpr int blockLimit = 1024;
 // Every page read outside the cached region grows the region by that page and carries the whole
 // region over, so reading an image page by page costs the sum of the region's sizes; a small file
 // can claim an image large enough to make that sum as large as it likes. Stop at this many.
-constexpr std::uint64_t cacheWorkLimit = std::uint64_t(1) << 23;
+constexpr std::uint64_t cacheWorkLimit = std::uint64_t(1) << 20;
 
 std::uint64_t volume(const DatasetBoundingBox& box) {
   if (box.isEmpty()) return 0;
