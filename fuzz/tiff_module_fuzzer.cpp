@@ -1,15 +1,20 @@
 // Paged TIFF files: the header read and printed, then the read module (byte 0, bit 0: in
-// segmentation mode) opened in a file-backed dataset and every block (page) read.
+// segmentation mode) opened in a file-backed dataset and every block (page) read. When the plain
+// TIFF reader accepts the same file as a single-component image, both must see the same voxels.
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include <tiffio.h>
 
 #include "FuzzSupport.h"
 #include "dataset/FileReadDataset.h"
+#include "dataset/ImageDataset.h"
 #include "dataset/TiffFileHeader.h"
 #include "dataset/TiffFileReadModule.h"
 
@@ -40,6 +45,50 @@ void printHeader(const std::string& path) {
   header.print(out);
   out << header;
   TIFFClose(tiff);
+}
+
+// Images above this many voxels are not compared.
+constexpr std::uint64_t comparedVoxelLimit = 1 << 16;
+
+TARVElementType elementTypeOf(TypeID id) {
+  TARVElementType type = TARV_ELEMENT_TYPE_NO_TYPE;
+  dispatchTypeId(id, [&]<typename T>() {
+    type = DatasetMemory::getElementTypeByType<T>();
+    return true;
+  });
+  return type;
+}
+
+// Compares the dataset with the plain reader's image of the same bytes, where that reader takes
+// the file as an image of one sample per voxel.
+void compareWithPlainReader(const std::uint8_t* data, std::size_t size, FileReadDataset& dataset, bool segmentation) {
+  std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
+  ImageDataset* image = readTiffStream("input", &in, nullptr);
+  if (image == nullptr) return;
+  const auto extent = image->size_array();
+  const DatasetCoordinates datasetSize = dataset.getSize();
+  const std::uint64_t voxels = extent[0] * extent[1] * extent[2];
+  const TARVElementType type = elementTypeOf(image->type_id());
+  if (datasetSize.c == 1 && datasetSize.t == 1 && !image->isRGBA() && type != TARV_ELEMENT_TYPE_NO_TYPE &&
+      voxels <= comparedVoxelLimit) {
+    if (extent[0] != static_cast<std::uint64_t>(datasetSize.x) || extent[1] != static_cast<std::uint64_t>(datasetSize.y) ||
+        extent[2] != static_cast<std::uint64_t>(datasetSize.z))
+      fuzz::fail("the paged and the plain TIFF reader disagree on the size");
+    if (!segmentation && type != dataset.getElementType())
+      fuzz::fail("the paged and the plain TIFF reader disagree on the element type");
+    std::vector<double> values(voxels);
+    if (!dump(image, values.data(), TYPE_ID_DOUBLE)) fuzz::fail("dump refused a read image");
+    std::size_t i = 0;
+    for (int z = 0; z < datasetSize.z; ++z)
+      for (int y = 0; y < datasetSize.y; ++y)
+        for (int x = 0; x < datasetSize.x; ++x, ++i) {
+          const double expected = segmentation ? (values[i] != 0.0 ? 1.0 : 0.0) : values[i];
+          const double seen = dataset.getElement<double>(DatasetCoordinates(x, y, z, 0, 0));
+          if (!(seen == expected || (std::isnan(seen) && std::isnan(expected))))
+            fuzz::fail("the paged and the plain TIFF reader disagree on a voxel");
+        }
+  }
+  image->UnRegister();
 }
 
 }  // namespace
@@ -93,6 +142,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     z = nextZ;
   }
+  compareWithPlainReader(data + 1, size - 1, *dataset, segmentation);
   dataset->closeFile();
   return 0;
 }
