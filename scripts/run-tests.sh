@@ -24,7 +24,7 @@ cmake --build build/outside -j"$jobs"
 LD_LIBRARY_PATH="$top/build/install/lib:${LD_LIBRARY_PATH:-}" build/outside/outside_app
 
 echo "== AddressSanitizer and UndefinedBehaviorSanitizer"
-cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DTARV_SANITIZE=ON -DTARV_BUILD_TOOLS=OFF
+cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DTARV_SANITIZE=ON
 cmake --build build/asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build/asan -j"$jobs" --output-on-failure

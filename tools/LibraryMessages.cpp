@@ -22,14 +22,16 @@ struct Entry {
   std::string text;
 };
 
+// The log, the collector and its line outlive every static object: libstdc++ flushes std::cerr,
+// and other libraries may still print, while static objects are destroyed at exit.
 std::string& logText() {
-  static std::string text;
-  return text;
+  static auto* text = new std::string();
+  return *text;
 }
 
 std::vector<Entry>& entries() {
-  static std::vector<Entry> list;
-  return list;
+  static auto* list = new std::vector<Entry>();
+  return *list;
 }
 
 void append(Source source, std::string text) {
@@ -109,11 +111,10 @@ std::string oneLine(std::string text) {
 }  // namespace
 
 void LibraryMessages::install() {
-  static LineCollector collector;
   static bool installed = false;
   if (installed) return;
   installed = true;
-  std::cerr.rdbuf(&collector);
+  std::cerr.rdbuf(new LineCollector());
   TIFFSetErrorHandler(tiffErrorHandler);
   TIFFSetWarningHandler(tiffWarningHandler);
   vtkLogger::SetStderrVerbosity(vtkLogger::VERBOSITY_OFF);
