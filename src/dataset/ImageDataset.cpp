@@ -153,28 +153,11 @@ void computeMinMaxValue(const ImageDataset* image, double& min, double& max) {
   });
 }
 
-template class Page<bool, 3>;
-template class Page<signed char, 3>;
-template class Page<unsigned char, 3>;
-template class Page<short, 3>;
-template class Page<unsigned short, 3>;
-template class Page<int, 3>;
-template class Page<unsigned int, 3>;
-template class Page<long, 3>;
-template class Page<unsigned long, 3>;
-template class Page<float, 3>;
-template class Page<double, 3>;
-template class TImageDataset<bool, 3>;
-template class TImageDataset<signed char, 3>;
-template class TImageDataset<unsigned char, 3>;
-template class TImageDataset<short, 3>;
-template class TImageDataset<unsigned short, 3>;
-template class TImageDataset<int, 3>;
-template class TImageDataset<unsigned int, 3>;
-template class TImageDataset<long, 3>;
-template class TImageDataset<unsigned long, 3>;
-template class TImageDataset<float, 3>;
-template class TImageDataset<double, 3>;
+#define TARV_IMAGE_TEMPLATES(T) \
+  template class Page<T, 3>;    \
+  template class TImageDataset<T, 3>;
+TARV_IMAGE_VOXEL_TYPES(TARV_IMAGE_TEMPLATES)
+#undef TARV_IMAGE_TEMPLATES
 
 // ---------------------------------------------------------------------------------------------
 // Element conversion

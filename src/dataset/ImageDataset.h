@@ -274,28 +274,17 @@ TImageDataset<T, 3>::TImageDataset(std::size_t sizeX, std::size_t sizeY, std::si
       }
 }
 
-extern template class Page<bool, 3>;
-extern template class Page<signed char, 3>;
-extern template class Page<unsigned char, 3>;
-extern template class Page<short, 3>;
-extern template class Page<unsigned short, 3>;
-extern template class Page<int, 3>;
-extern template class Page<unsigned int, 3>;
-extern template class Page<long, 3>;
-extern template class Page<unsigned long, 3>;
-extern template class Page<float, 3>;
-extern template class Page<double, 3>;
-extern template class TImageDataset<bool, 3>;
-extern template class TImageDataset<signed char, 3>;
-extern template class TImageDataset<unsigned char, 3>;
-extern template class TImageDataset<short, 3>;
-extern template class TImageDataset<unsigned short, 3>;
-extern template class TImageDataset<int, 3>;
-extern template class TImageDataset<unsigned int, 3>;
-extern template class TImageDataset<long, 3>;
-extern template class TImageDataset<unsigned long, 3>;
-extern template class TImageDataset<float, 3>;
-extern template class TImageDataset<double, 3>;
+// Calls X(T) for every voxel type T of image datasets.
+#define TARV_IMAGE_VOXEL_TYPES(X) \
+  X(bool) X(signed char) X(unsigned char) X(short) X(unsigned short) X(int) X(unsigned int) X(long) \
+  X(unsigned long) X(float) X(double)
+
+// Instantiated once, in ImageDataset.cpp.
+#define TARV_IMAGE_EXTERN_TEMPLATES(T) \
+  extern template class Page<T, 3>;    \
+  extern template class TImageDataset<T, 3>;
+TARV_IMAGE_VOXEL_TYPES(TARV_IMAGE_EXTERN_TEMPLATES)
+#undef TARV_IMAGE_EXTERN_TEMPLATES
 
 // Plain tiled TIFF images. Only non-empty signed and unsigned 8-, 16- and 32-bit integer and
 // float images can be written: as classic little-endian TIFF, LZW-compressed, with tiles of the

@@ -17,14 +17,7 @@ bool IntervalThresholdDataset::isInputOk() const { return DependentDataset::isIn
 
 bool IntervalThresholdDataset::calculateElement(const DatasetCoordinates& p) {
   const double v = sourceDatasets.empty() ? 0.0 : sourceDatasets.front()->getElement<double>(p);
-  const Parameters& q = parameters;
-  const bool inside = q.minimalForegroundThresholdValue <= v && v <= q.maximalForegroundThresholdValue;
-  double result = v;
-  if (inside && q.setForeground)
-    result = q.foregroundValue;
-  else if (!inside && q.setBackground)
-    result = q.backgroundValue;
-  setElementReference<double>(p, result);
+  setElementReference<double>(p, parameters.threshold(v));
   setElementCacheStatus(p, true);
   return true;
 }
@@ -34,15 +27,15 @@ int IntervalThresholdDataset::calculateRow(CachedDataset& dataset, const Dataset
   auto& self = static_cast<IntervalThresholdDataset&>(dataset);
   if (self.sourceDatasets.empty()) return 0;
   const Parameters q = self.parameters;
-  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check, [q](double v) {
-    const bool inside = q.minimalForegroundThresholdValue <= v && v <= q.maximalForegroundThresholdValue;
-    double result = v;
-    if (inside && q.setForeground)
-      result = q.foregroundValue;
-    else if (!inside && q.setBackground)
-      result = q.backgroundValue;
-    return result;
-  });
+  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check,
+                                                 [q](double v) { return q.threshold(v); });
+}
+
+double IntervalThresholdDataset::Parameters::threshold(double v) const {
+  const bool inside = minimalForegroundThresholdValue <= v && v <= maximalForegroundThresholdValue;
+  if (inside && setForeground) return foregroundValue;
+  if (!inside && setBackground) return backgroundValue;
+  return v;
 }
 
 bool IntervalThresholdDataset::isDatasetEquivalent(DependentDataset* other) {

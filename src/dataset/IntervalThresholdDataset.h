@@ -38,6 +38,9 @@ private:
     double backgroundValue = 0.0;
     bool setForeground = false;
     bool setBackground = false;
+    // The value v maps to: the foreground value inside the interval, the background value outside,
+    // each only when its flag is set, else v itself.
+    double threshold(double v) const;
   };
   Parameters parameters;
   Parameters tempParameters;

@@ -6,6 +6,15 @@
 
 namespace tarv {
 
+namespace {
+
+double transform(double v, double factor, double summand) {
+  const double product = v * factor;
+  return product + summand;
+}
+
+}  // namespace
+
 LinearTransformationDataset::LinearTransformationDataset() {
   typeName = "LinearTransformationDataset";
   setElementRowCalculator(&LinearTransformationDataset::calculateRow, typeid(LinearTransformationDataset));
@@ -19,8 +28,7 @@ bool LinearTransformationDataset::isInputOk() const {
 
 bool LinearTransformationDataset::calculateElement(const DatasetCoordinates& p) {
   const double v = sourceDatasets.empty() ? 0.0 : sourceDatasets.front()->getElement<double>(p);
-  const double product = v * factor;
-  setElementReference<double>(p, product + summand);
+  setElementReference<double>(p, transform(v, factor, summand));
   setElementCacheStatus(p, true);
   return true;
 }
@@ -32,10 +40,7 @@ int LinearTransformationDataset::calculateRow(CachedDataset& dataset, const Data
   const double factor = self.factor;
   const double summand = self.summand;
   return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check,
-                                                 [factor, summand](double v) {
-                                                   const double product = v * factor;
-                                                   return product + summand;
-                                                 });
+                                                 [factor, summand](double v) { return transform(v, factor, summand); });
 }
 
 bool LinearTransformationDataset::isDatasetEquivalent(DependentDataset* other) {

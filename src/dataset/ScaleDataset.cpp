@@ -17,10 +17,7 @@ bool ScaleDataset::isInputOk() const { return DependentDataset::isInputOk() && s
 
 bool ScaleDataset::calculateElement(const DatasetCoordinates& p) {
   const double v = sourceDatasets.empty() ? 0.0 : sourceDatasets.front()->getElement<double>(p);
-  const Parameters& q = parameters;
-  const double relative = (v - q.sourceMinimalValue) / (q.sourceMaximalValue - q.sourceMinimalValue);
-  const double scaled = relative * (q.maximalValue - q.minimalValue);
-  setElementReference<double>(p, scaled + q.minimalValue);
+  setElementReference<double>(p, parameters.scale(v));
   setElementCacheStatus(p, true);
   return true;
 }
@@ -29,11 +26,14 @@ int ScaleDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates&
   auto& self = static_cast<ScaleDataset&>(dataset);
   if (self.sourceDatasets.empty()) return 0;
   const Parameters q = self.parameters;
-  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check, [q](double v) {
-    const double relative = (v - q.sourceMinimalValue) / (q.sourceMaximalValue - q.sourceMinimalValue);
-    const double scaled = relative * (q.maximalValue - q.minimalValue);
-    return scaled + q.minimalValue;
-  });
+  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check,
+                                                 [q](double v) { return q.scale(v); });
+}
+
+double ScaleDataset::Parameters::scale(double v) const {
+  const double relative = (v - sourceMinimalValue) / (sourceMaximalValue - sourceMinimalValue);
+  const double scaled = relative * (maximalValue - minimalValue);
+  return scaled + minimalValue;
 }
 
 bool ScaleDataset::isDatasetEquivalent(DependentDataset* other) {

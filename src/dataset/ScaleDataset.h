@@ -41,6 +41,8 @@ private:
     bool calculateSourceMinimalMaximalValues = true;
     double sourceMinimalValue = 0.0;
     double sourceMaximalValue = 1.0;
+    // The value v maps to: the source range stretched onto [minimalValue, maximalValue].
+    double scale(double v) const;
   };
   Parameters parameters;
   Parameters tempParameters;
