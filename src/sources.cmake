@@ -1,0 +1,128 @@
+# The library's sources, by module. Paths are relative to src/; the fuzz harnesses compile the
+# same lists.
+
+set(TARV_CORE_SOURCES
+  core/DatasetCoordinates.cpp
+  core/DcmHeader.cpp
+  core/FileReadWrite.cpp
+  core/Mathematics.cpp
+  core/Progress.cpp
+  core/TARVBase.cpp
+  core/TransformationMatrix.cpp
+  core/Vector.cpp
+  core/Vector2D.cpp
+  core/Vector3D.cpp)
+
+set(TARV_CORE_HEADERS
+  core/Coordinates.h
+  core/DatasetBoundingBox.h
+  core/DatasetCoordinates.h
+  core/DatasetCoordinatesIterator.h
+  core/DcmHeader.h
+  core/FileReadWrite.h
+  core/Mathematics.h
+  core/Matrix.h
+  core/Progress.h
+  core/TARVBase.h
+  core/TransformationMatrix.h
+  core/Vector.h
+  core/Vector2D.h
+  core/Vector3D.h
+  core/WorldBoundingBox.h
+  core/WorldCoordinates.h)
+
+# Dataset module: the described classes, one header and one source each.
+set(TARV_DATASET_SOURCES
+  dataset/ArrayDatasetMemory.cpp
+  dataset/BinarySegmentations.cpp
+  dataset/ByteOrder.cpp
+  dataset/CachedDataset.cpp
+  dataset/CastDataset.cpp
+  dataset/ConstantDataset.cpp
+  dataset/Dataset.cpp
+  dataset/DatasetCalculationModule.cpp
+  dataset/DatasetCalculations.cpp
+  dataset/DatasetFileReadModule.cpp
+  dataset/DatasetHandle.cpp
+  dataset/DatasetMemory.cpp
+  dataset/DatasetMetaInformation.cpp
+  dataset/DatasetRowAccess.cpp
+  dataset/DatasetWorldEmbedding.cpp
+  dataset/DependentDataset.cpp
+  dataset/DirectionFilteredVectorLengthDataset.cpp
+  dataset/EmptyDataset.cpp
+  dataset/FileReadDataset.cpp
+  dataset/GradientDataset.cpp
+  dataset/ImageDataset.cpp
+  dataset/IntervalPlateauDataset.cpp
+  dataset/IntervalThresholdDataset.cpp
+  dataset/JPEGDatasetFileReadWrite.cpp
+  dataset/LinearTransformationDataset.cpp
+  dataset/PNGDatasetFileReadWrite.cpp
+  dataset/ROICachedDataset.cpp
+  dataset/ROICachedExternalDataset.cpp
+  dataset/RawDatasetFileReadWrite.cpp
+  dataset/ScaleDataset.cpp
+  dataset/SmoothDataset.cpp
+  dataset/TARV1DatasetFileReadModule.cpp
+  dataset/TARV1DatasetFileReadWrite.cpp
+  dataset/TARV1FileHeader.cpp
+  dataset/TIFFDatasetFileReadWrite.cpp
+  dataset/TiffDatasetFileWrite.cpp
+  dataset/TiffDeepTileCodec.cpp
+  dataset/TiffFileHeader.cpp
+  dataset/TiffFileReadModule.cpp
+  dataset/VTIDatasetFileReadWrite.cpp
+  dataset/VTKDatasetFileReadWrite.cpp
+  dataset/VTKWrapperDatasetFileReadWrite.cpp
+  dataset/VectorLengthDataset.cpp)
+
+# Headers of the dataset module that applications include (installed).
+set(TARV_DATASET_HEADERS
+  dataset/ArrayDatasetMemory.h
+  dataset/BinarySegmentations.h
+  dataset/CachedDataset.h
+  dataset/CastDataset.h
+  dataset/ConstantDataset.h
+  dataset/Dataset.h
+  dataset/DatasetCalculationModule.h
+  dataset/DatasetCalculations.h
+  dataset/DatasetFileReadModule.h
+  dataset/DatasetHandle.h
+  dataset/DatasetMemory.h
+  dataset/DatasetMetaInformation.h
+  dataset/DatasetWorldEmbedding.h
+  dataset/DependentDataset.h
+  dataset/DirectionFilteredVectorLengthDataset.h
+  dataset/EmptyDataset.h
+  dataset/FileReadDataset.h
+  dataset/GradientDataset.h
+  dataset/ImageDataset.h
+  dataset/IntervalPlateauDataset.h
+  dataset/IntervalThresholdDataset.h
+  dataset/JPEGDatasetFileReadWrite.h
+  dataset/LinearTransformationDataset.h
+  dataset/ModalityLUT.h
+  dataset/PNGDatasetFileReadWrite.h
+  dataset/ROICachedDataset.h
+  dataset/ROICachedExternalDataset.h
+  dataset/RawDatasetFileReadWrite.h
+  dataset/ScaleDataset.h
+  dataset/SmoothDataset.h
+  dataset/TARV1DatasetFileReadModule.h
+  dataset/TARV1DatasetFileReadWrite.h
+  dataset/TARV1FileHeader.h
+  dataset/TIFFDatasetFileReadWrite.h
+  dataset/TiffDatasetFileWrite.h
+  dataset/TiffFileHeader.h
+  dataset/TiffFileReadModule.h
+  dataset/VTIDatasetFileReadWrite.h
+  dataset/VTKDatasetFileReadWrite.h
+  dataset/VTKWrapperDatasetFileReadWrite.h
+  dataset/VectorLengthDataset.h)
+
+# Internal units: built into the library, their headers not installed.
+set(TARV_INTERNAL_HEADERS
+  dataset/ByteOrder.h
+  dataset/DatasetRowAccess.h
+  dataset/TiffDeepTileCodec.h)
