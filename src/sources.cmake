@@ -33,6 +33,7 @@ set(TARV_CORE_HEADERS
 
 # Dataset module: the described classes, one header and one source each.
 set(TARV_DATASET_SOURCES
+  elementtypes/ElementTypeNames.cpp
   dataset/ArrayDatasetMemory.cpp
   dataset/BinarySegmentations.cpp
   dataset/ByteOrder.cpp
@@ -121,8 +122,14 @@ set(TARV_DATASET_HEADERS
   dataset/VTKWrapperDatasetFileReadWrite.h
   dataset/VectorLengthDataset.h)
 
+# The list of element types, which the dataset module's headers derive everything from (installed).
+set(TARV_ELEMENTTYPES_HEADERS
+  elementtypes/ElementTypeNames.h
+  elementtypes/ElementTypeTable.h)
+
 # Internal units: built into the library, their headers not installed.
 set(TARV_INTERNAL_HEADERS
+  elementtypes/ElementOperations.h
   dataset/ByteOrder.h
   dataset/DatasetRowAccess.h
   dataset/TiffDeepTileCodec.h)

@@ -51,18 +51,7 @@ inline void fillRandomly(Dataset& d, std::mt19937& random, double low, double hi
 // Calls f.template operator()<T>() for each of the twelve element types.
 template <typename F>
 void forEachElementType(F&& f) {
-  f.template operator()<bool>();
-  f.template operator()<signed char>();
-  f.template operator()<unsigned char>();
-  f.template operator()<short>();
-  f.template operator()<unsigned short>();
-  f.template operator()<int>();
-  f.template operator()<unsigned int>();
-  f.template operator()<long>();
-  f.template operator()<unsigned long>();
-  f.template operator()<float>();
-  f.template operator()<double>();
-  f.template operator()<long double>();
+  ElementTypeTable::forEach([&]<typename Row>() { f.template operator()<typename Row::type>(); });
 }
 
 // The whole state a caller can see, to prove that an operation left a dataset alone.

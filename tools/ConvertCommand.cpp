@@ -6,7 +6,7 @@
 
 #include "Commands.h"
 #include "DatasetFiles.h"
-#include "ElementTypeNames.h"
+#include "elementtypes/ElementTypeNames.h"
 #include "LibraryMessages.h"
 
 namespace tarv::tool {

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "AtomicFile.h"
-#include "ElementTypeNames.h"
+#include "elementtypes/ElementTypeNames.h"
 #include "LibraryMessages.h"
 #include "OptionParsing.h"
 #include "ToolError.h"

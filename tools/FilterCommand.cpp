@@ -10,7 +10,7 @@
 
 #include "Commands.h"
 #include "DatasetFiles.h"
-#include "ElementTypeNames.h"
+#include "elementtypes/ElementTypeNames.h"
 #include "GraphReader.h"
 #include "LibraryMessages.h"
 #include "OptionParsing.h"

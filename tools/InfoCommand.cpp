@@ -8,7 +8,7 @@
 
 #include "Commands.h"
 #include "DatasetFiles.h"
-#include "ElementTypeNames.h"
+#include "elementtypes/ElementTypeNames.h"
 #include "LibraryMessages.h"
 #include "OptionParsing.h"
 

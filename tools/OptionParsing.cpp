@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "ElementTypeNames.h"
+#include "elementtypes/ElementTypeNames.h"
 #include "ToolError.h"
 
 namespace tarv::tool {

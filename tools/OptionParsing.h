@@ -16,7 +16,7 @@ std::vector<double> parseNumberList(const std::string& text, const std::string& 
 std::vector<int> parseIntegerList(const std::string& text, const std::string& option, std::size_t minimumCount,
                                   std::size_t maximumCount);
 
-// An element type name (see ElementTypeNames.h); throws ToolError naming the option.
+// An element type name (see elementtypes/ElementTypeNames.h); throws ToolError naming the option.
 TARVElementType parseElementType(const std::string& text, const std::string& option);
 
 // A number for machines (JSON): the shortest text that reads back to the same double; "nan",

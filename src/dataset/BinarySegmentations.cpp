@@ -71,7 +71,7 @@ public:
 private:
   Dataset* dataset;
   int t, c, sizeX;
-  alignas(16) unsigned char buffer[16] = {};
+  alignas(16) unsigned char buffer[kElementBufferSize] = {};
 };
 
 // A plain in-memory dataset, read straight from its element block.

@@ -24,11 +24,11 @@
 #include "dataset/ArrayDatasetMemory.h"
 #include "dataset/DatasetRowAccess.h"
 #include "dataset/DependentDataset.h"
+#include "elementtypes/ElementOperations.h"
 
 namespace tarv {
 
 namespace {
-constexpr std::size_t kElementBufferSize = 16;
 }
 
 Dataset::Dataset(bool createMemory) : typeName("Dataset") {
@@ -321,70 +321,12 @@ void Dataset::setDicomTags(DcmHeader* header) {
 
 namespace {
 
-// One element value of any type fits here.
-constexpr std::size_t kValueBufferSize = 16;
 // Element counts of a dataset are signed 32-bit.
 constexpr std::int64_t kElementCountLimit = std::int64_t(1) << 31;
 
+// Printed by fromImageData on every call, with this exact text and line number: callers match it.
 const char* const kNonAxialWarning =
     "Warning: Results may be unexpected for non axial datasets. in src/dataset/Dataset:638";
-
-// Conversions chosen once per operation; the element type is dispatched when the function is
-// picked, not for every element. They apply convertElementValue like getBufferValue,
-// setBufferValue and castBufferValue do.
-template <ElementValueType To>
-using BufferReader = To (*)(const void*);
-using BufferWriter = void (*)(void*, double);
-using BufferCaster = void (*)(const void*, void*);
-
-template <ElementValueType To, ElementValueType From>
-To readBufferAs(const void* buffer) {
-  From stored;
-  std::memcpy(&stored, buffer, sizeof(From));
-  return convertElementValue<To>(stored);
-}
-
-template <ElementValueType To>
-To readNothing(const void*) {
-  return To();
-}
-
-template <ElementValueType To>
-BufferReader<To> bufferReader(TARVElementType type) {
-  BufferReader<To> reader = &readNothing<To>;
-  dispatchElementType(type, [&]<typename From>() { reader = &readBufferAs<To, From>; });
-  return reader;
-}
-
-template <ElementValueType Stored>
-void writeBufferAs(void* buffer, double value) {
-  const Stored converted = convertElementValue<Stored>(value);
-  std::memcpy(buffer, &converted, sizeof(Stored));
-}
-
-void writeNothing(void*, double) {}
-
-BufferWriter bufferWriter(TARVElementType type) {
-  BufferWriter writer = &writeNothing;
-  dispatchElementType(type, [&]<typename Stored>() { writer = &writeBufferAs<Stored>; });
-  return writer;
-}
-
-template <ElementValueType From, ElementValueType To>
-void castBufferAs(const void* source, void* target) {
-  const To converted = readBufferAs<To, From>(source);
-  std::memcpy(target, &converted, sizeof(To));
-}
-
-void castNothing(const void*, void*) {}
-
-BufferCaster bufferCaster(TARVElementType from, TARVElementType to) {
-  BufferCaster caster = &castNothing;
-  dispatchElementType(from, [&]<typename From>() {
-    dispatchElementType(to, [&]<typename To>() { caster = &castBufferAs<From, To>; });
-  });
-  return caster;
-}
 
 DatasetCoordinates shifted(const DatasetCoordinatesIterator& it, const DatasetCoordinates& offset) {
   return static_cast<const DatasetCoordinates&>(it) + offset;
@@ -417,9 +359,9 @@ void extractBox(Dataset& target, Dataset* source, TARVElementType type, const Da
 
   const TARVElementType sourceType = source->getElementType();
   const BufferCaster cast = sourceType == type ? nullptr : bufferCaster(sourceType, type);
-  unsigned char sourceValue[kValueBufferSize] = {};
-  unsigned char value[kValueBufferSize] = {};
-  unsigned char zero[kValueBufferSize] = {};
+  unsigned char sourceValue[kElementBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
+  unsigned char zero[kElementBufferSize] = {};
   DatasetMemory::setBufferValue<int>(zero, type, 0);
   for (DatasetCoordinatesIterator it = target.getStartCoordinatesIterator(); it.valid;
        target.incrementCoordinatesIterator(it)) {
@@ -442,8 +384,8 @@ void extractBox(Dataset& target, Dataset* source, TARVElementType type, const Da
 template <typename Predicate>
 void replaceElementsWhere(Dataset& d, double replacement, Predicate matches) {
   const BufferReader<double> read = bufferReader<double>(d.getElementType());
-  unsigned char value[kValueBufferSize] = {};
-  unsigned char replacementValue[kValueBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
+  unsigned char replacementValue[kElementBufferSize] = {};
   DatasetMemory::setBufferValue<double>(replacementValue, d.getElementType(), replacement);
   for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it)) {
     d.getElementByBuffer(it, value);
@@ -459,8 +401,8 @@ void flipAxis(Dataset& d, int axis) {
   if (n[axis] <= 1) return;
   DatasetBoundingBox lowerHalf = d.getVoxelBoundingBox();
   lowerHalf.end[axis] = n[axis] / 2 - 1;
-  unsigned char first[kValueBufferSize] = {};
-  unsigned char second[kValueBufferSize] = {};
+  unsigned char first[kElementBufferSize] = {};
+  unsigned char second[kElementBufferSize] = {};
   for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(lowerHalf); it.valid;
        d.incrementCoordinatesIterator(lowerHalf, it)) {
     const DatasetCoordinates p = it;
@@ -478,7 +420,7 @@ template <typename Visit>
 void visitClippedBox(Dataset& d, const DatasetBoundingBox& box, Visit visit) {
   const DatasetBoundingBox clipped = d.fitBoxToInterior(box);
   const BufferReader<double> read = bufferReader<double>(d.getElementType());
-  unsigned char value[kValueBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
   for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(clipped); it.valid;
        d.incrementCoordinatesIterator(clipped, it)) {
     d.getElementByBuffer(it, value);
@@ -540,8 +482,8 @@ TemplateSums sumTemplate(Dataset& image, const DatasetCoordinates& c, Dataset* t
   sums.fits = true;
   const BufferReader<double> readImage = bufferReader<double>(image.getElementType());
   const BufferReader<double> readTempl = bufferReader<double>(templ->getElementType());
-  unsigned char imageValue[kValueBufferSize] = {};
-  unsigned char templValue[kValueBufferSize] = {};
+  unsigned char imageValue[kElementBufferSize] = {};
+  unsigned char templValue[kElementBufferSize] = {};
   for (DatasetCoordinatesIterator it = templ->getStartCoordinatesIterator(); it.valid;
        templ->incrementCoordinatesIterator(it)) {
     templ->getElementByBuffer(it, templValue);
@@ -561,7 +503,7 @@ Dataset* measureEverywhere(Dataset& image, Measure measure) {
   result->newDataset(image.getSize(), image.getElementType(), image.getWorldEmbedding());
   image.announceAccessToFullDataset();
   const BufferWriter write = bufferWriter(result->getElementType());
-  unsigned char value[kValueBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
   for (DatasetCoordinatesIterator it = result->getStartCoordinatesIterator(); it.valid;
        result->incrementCoordinatesIterator(it)) {
     write(value, measure(static_cast<const DatasetCoordinates&>(it)));
@@ -780,8 +722,8 @@ void Dataset::copyAndPlaceBlockFrom(Dataset* source, const DatasetCoordinates& p
     offset[k] = static_cast<int>(sourceBox.start[k] + (lower - position[k]) - lower);
   }
   const BufferCaster cast = source->elementType == elementType ? nullptr : bufferCaster(source->elementType, elementType);
-  unsigned char sourceValue[kValueBufferSize] = {};
-  unsigned char value[kValueBufferSize] = {};
+  unsigned char sourceValue[kElementBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
   for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(targetBox); it.valid;
        incrementCoordinatesIterator(targetBox, it)) {
     source->getElementByBuffer(shifted(it, offset), sourceValue);
@@ -814,7 +756,7 @@ void Dataset::copyAndPlaceFirstSliceFrom(Dataset* source, int z) {
 }
 
 void Dataset::setAllElementsValue(double value, Progress* progress) {
-  unsigned char stored[kValueBufferSize] = {};
+  unsigned char stored[kElementBufferSize] = {};
   DatasetMemory::setBufferValue<double>(stored, elementType, value);
   std::uint64_t count = 0;
   for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(); it.valid; incrementCoordinatesIterator(it)) {
@@ -844,7 +786,7 @@ void Dataset::flipZAxis() { flipAxis(*this, 2); }
 void Dataset::normalizeVectorLength() {
   const BufferReader<double> read = bufferReader<double>(elementType);
   const BufferWriter write = bufferWriter(elementType);
-  unsigned char value[kValueBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
   double sum = 0.0;
   for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(); it.valid; incrementCoordinatesIterator(it)) {
     getElementByBuffer(it, value);
@@ -864,7 +806,7 @@ double Dataset::getAverageValue() {
   const unsigned int n = getElementCount();
   if (n < 1) return 0.0;
   const BufferReader<double> read = bufferReader<double>(elementType);
-  unsigned char value[kValueBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
   double sum = 0.0;
   for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(); it.valid; incrementCoordinatesIterator(it)) {
     getElementByBuffer(it, value);
@@ -887,7 +829,7 @@ double Dataset::getAverageValue(const DatasetBoundingBox& box) {
 
 unsigned int Dataset::getVoxelCountInValueRange(double min, double max, bool invert) {
   const BufferReader<double> read = bufferReader<double>(elementType);
-  unsigned char value[kValueBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
   unsigned int count = 0;
   for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(); it.valid; incrementCoordinatesIterator(it)) {
     getElementByBuffer(it, value);
@@ -909,7 +851,7 @@ DatasetBoundingBox Dataset::getNonZeroVoxelBoundingBox() {
   announceAccessToFullDataset();
   DatasetBoundingBox box = getVoxelBoundingBox();
   const BufferReader<bool> read = bufferReader<bool>(elementType);
-  unsigned char value[kValueBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
   // Whether the plane at position along axis, within the current box, holds a non-zero element.
   auto planeHoldsNonZero = [&](int axis, int position) {
     DatasetBoundingBox plane = box;
@@ -951,7 +893,7 @@ std::list<Vector3D> Dataset::getMaximumValueWorldCoordinatesList(int count, doub
   }
   const DatasetBoundingBox step(DatasetCoordinates(0, 0, 0, t, 0), DatasetCoordinates(size.x - 1, size.y - 1, size.z - 1, t, 0));
   const BufferReader<double> read = bufferReader<double>(elementType);
-  unsigned char value[kValueBufferSize] = {};
+  unsigned char value[kElementBufferSize] = {};
   for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(step); it.valid; incrementCoordinatesIterator(step, it)) {
     getElementByBuffer(it, value);
     values.push_back(read(value));
@@ -1148,7 +1090,7 @@ vtkImageData* Dataset::toImageData(int t, bool withWorldEmbedding) {
     if constexpr (!std::is_same_v<T, long double>) {
       using Scalar = std::conditional_t<std::is_same_v<T, bool>, signed char, T>;
       Scalar* next = static_cast<Scalar*>(block);
-      unsigned char value[kValueBufferSize] = {};
+      unsigned char value[kElementBufferSize] = {};
       for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(step); it.valid; incrementCoordinatesIterator(step, it)) {
         getElementByBuffer(it, value);
         *next++ = readBufferAs<Scalar, T>(value);
@@ -1198,7 +1140,7 @@ void Dataset::fromImageData(vtkImageData* image, int t) {
     const DatasetBoundingBox step(DatasetCoordinates(0, 0, 0, t, 0),
                                   DatasetCoordinates(dimensions[0] - 1, dimensions[1] - 1, dimensions[2] - 1, t, 0));
     const std::size_t stride = valueSize * static_cast<std::size_t>(components);
-    unsigned char value[kValueBufferSize] = {};
+    unsigned char value[kElementBufferSize] = {};
     const unsigned char* next = block;
     for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(step); it.valid;
          incrementCoordinatesIterator(step, it), next += stride) {

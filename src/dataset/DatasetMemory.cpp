@@ -7,7 +7,7 @@ namespace tarv {
 const unsigned char DatasetMemory::bitMask[8] = {1, 2, 4, 8, 16, 32, 64, 128};
 const unsigned char DatasetMemory::negatedBitMask[8] = {254, 253, 251, 247, 239, 223, 191, 127};
 
-DatasetMemory::DatasetMemory() : scratch(static_cast<unsigned char*>(std::calloc(16, 1))) {}
+DatasetMemory::DatasetMemory() : scratch(static_cast<unsigned char*>(std::calloc(kElementBufferSize, 1))) {}
 
 DatasetMemory::~DatasetMemory() { std::free(scratch); }
 
@@ -18,23 +18,20 @@ unsigned int DatasetMemory::getElementTypeByteSize(TARVElementType type) {
 }
 
 unsigned int DatasetMemory::getElementTypeBitSize(TARVElementType type) {
-  if (type == TARV_ELEMENT_TYPE_BOOL) return 1;
-  if (type == TARV_ELEMENT_TYPE_LONG_DOUBLE) return 128;
-  return 8 * getElementTypeByteSize(type);
+  unsigned int bits = 0;
+  dispatchElementType(type, [&]<typename T>() { bits = std::is_same_v<T, bool> ? 1 : 8 * sizeof(T); });
+  return bits;
 }
 
 const char* DatasetMemory::getElementTypeName(int type) {
-  static const char* const names[] = {
-      "TARV_ELEMENT_TYPE_NO_TYPE",          "TARV_ELEMENT_TYPE_UNKNOWN",
-      "TARV_ELEMENT_TYPE_VOID",             "TARV_ELEMENT_TYPE_BOOL",
-      "TARV_ELEMENT_TYPE_SIGNED_CHAR",      "TARV_ELEMENT_TYPE_UNSIGNED_CHAR",
-      "TARV_ELEMENT_TYPE_SIGNED_SHORT_INT", "TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT",
-      "TARV_ELEMENT_TYPE_SIGNED_INT",       "TARV_ELEMENT_TYPE_UNSIGNED_INT",
-      "TARV_ELEMENT_TYPE_SIGNED_LONG_INT",  "TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT",
-      "TARV_ELEMENT_TYPE_FLOAT",            "TARV_ELEMENT_TYPE_DOUBLE",
-      "TARV_ELEMENT_TYPE_LONG_DOUBLE"};
-  if (type < 0 || type > TARV_ELEMENT_TYPE_LONG_DOUBLE) return "TARV_ELEMENT_TYPE_UNKNOWN";
-  return names[type];
+  switch (type) {
+    case TARV_ELEMENT_TYPE_NO_TYPE: return "TARV_ELEMENT_TYPE_NO_TYPE";
+    case TARV_ELEMENT_TYPE_VOID: return "TARV_ELEMENT_TYPE_VOID";
+    default: break;
+  }
+  const char* name = "TARV_ELEMENT_TYPE_UNKNOWN";
+  ElementTypeTable::visit(static_cast<TARVElementType>(type), [&]<typename Row>() { name = Row::printed.data(); });
+  return name;
 }
 
 bool DatasetMemory::allocate(const DatasetCoordinates& newSize, TARVElementType type,

@@ -15,7 +15,7 @@
 namespace tarv {
 
 // Element types of dataset memories. Only 3..14 can be stored.
-enum TARVElementType {
+enum TARVElementType : int {
   TARV_ELEMENT_TYPE_NO_TYPE = 0,
   TARV_ELEMENT_TYPE_UNKNOWN = 1,
   TARV_ELEMENT_TYPE_VOID = 2,
@@ -33,16 +33,18 @@ enum TARVElementType {
   TARV_ELEMENT_TYPE_LONG_DOUBLE = 14
 };
 
+}  // namespace tarv
+
+#include "elementtypes/ElementTypeTable.h"
+
+namespace tarv {
+
 // The twelve C++ types that datasets store, one per storable element type.
 template <typename T>
-concept ElementValueType =
-    std::same_as<T, bool> || std::same_as<T, signed char> || std::same_as<T, unsigned char> ||
-    std::same_as<T, short> || std::same_as<T, unsigned short> || std::same_as<T, int> ||
-    std::same_as<T, unsigned int> || std::same_as<T, long> || std::same_as<T, unsigned long> ||
-    std::same_as<T, float> || std::same_as<T, double> || std::same_as<T, long double>;
+concept ElementValueType = ElementTypeTable::contains<T>;
 
 inline bool isStorableElementType(int type) {
-  return type >= TARV_ELEMENT_TYPE_BOOL && type <= TARV_ELEMENT_TYPE_LONG_DOUBLE;
+  return ElementTypeTable::visit(static_cast<TARVElementType>(type), []<typename Row>() {});
 }
 
 // Calls f.template operator()<T>() with the C++ type T of a storable element type and returns
@@ -50,21 +52,7 @@ inline bool isStorableElementType(int type) {
 // types meet C++ types.
 template <typename F>
 bool dispatchElementType(TARVElementType type, F&& f) {
-  switch (type) {
-    case TARV_ELEMENT_TYPE_BOOL: f.template operator()<bool>(); return true;
-    case TARV_ELEMENT_TYPE_SIGNED_CHAR: f.template operator()<signed char>(); return true;
-    case TARV_ELEMENT_TYPE_UNSIGNED_CHAR: f.template operator()<unsigned char>(); return true;
-    case TARV_ELEMENT_TYPE_SIGNED_SHORT_INT: f.template operator()<short>(); return true;
-    case TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT: f.template operator()<unsigned short>(); return true;
-    case TARV_ELEMENT_TYPE_SIGNED_INT: f.template operator()<int>(); return true;
-    case TARV_ELEMENT_TYPE_UNSIGNED_INT: f.template operator()<unsigned int>(); return true;
-    case TARV_ELEMENT_TYPE_SIGNED_LONG_INT: f.template operator()<long>(); return true;
-    case TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT: f.template operator()<unsigned long>(); return true;
-    case TARV_ELEMENT_TYPE_FLOAT: f.template operator()<float>(); return true;
-    case TARV_ELEMENT_TYPE_DOUBLE: f.template operator()<double>(); return true;
-    case TARV_ELEMENT_TYPE_LONG_DOUBLE: f.template operator()<long double>(); return true;
-    default: return false;
-  }
+  return ElementTypeTable::visit(type, [&]<typename Row>() { f.template operator()<typename Row::type>(); });
 }
 
 namespace detail {
@@ -193,19 +181,10 @@ public:
   template <typename T>
   static constexpr TARVElementType getElementTypeByType() {
     if constexpr (std::is_void_v<T>) return TARV_ELEMENT_TYPE_VOID;
-    else if constexpr (std::is_same_v<T, bool>) return TARV_ELEMENT_TYPE_BOOL;
-    else if constexpr (std::is_same_v<T, signed char>) return TARV_ELEMENT_TYPE_SIGNED_CHAR;
-    else if constexpr (std::is_same_v<T, unsigned char>) return TARV_ELEMENT_TYPE_UNSIGNED_CHAR;
-    else if constexpr (std::is_same_v<T, short>) return TARV_ELEMENT_TYPE_SIGNED_SHORT_INT;
-    else if constexpr (std::is_same_v<T, unsigned short>) return TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT;
-    else if constexpr (std::is_same_v<T, int>) return TARV_ELEMENT_TYPE_SIGNED_INT;
-    else if constexpr (std::is_same_v<T, unsigned int>) return TARV_ELEMENT_TYPE_UNSIGNED_INT;
-    else if constexpr (std::is_same_v<T, long>) return TARV_ELEMENT_TYPE_SIGNED_LONG_INT;
-    else if constexpr (std::is_same_v<T, unsigned long>) return TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT;
-    else if constexpr (std::is_same_v<T, float>) return TARV_ELEMENT_TYPE_FLOAT;
-    else if constexpr (std::is_same_v<T, double>) return TARV_ELEMENT_TYPE_DOUBLE;
-    else if constexpr (std::is_same_v<T, long double>) return TARV_ELEMENT_TYPE_LONG_DOUBLE;
-    else static_assert(ElementValueType<T>, "not one of the twelve element types");
+    else {
+      static_assert(ElementValueType<T>, "not one of the twelve element types");
+      return ElementTypeTable::idOf<T>();
+    }
   }
 
   // Byte and bit size of one element of a storable type (0 for the others).

@@ -169,7 +169,7 @@ bool ROICachedDataset::reshapeCache(const DatasetBoundingBox& requested) {
       overlap.end[k] = std::min(oldEnd[k], box.end[k]);
     }
     if (!overlap.isEmpty()) {
-      alignas(16) unsigned char value[16];
+      alignas(16) unsigned char value[kElementBufferSize];
       const unsigned char computed = 1;
       DatasetCoordinatesIterator from = memory->getStartCoordinatesIterator(overlap);
       DatasetCoordinatesIterator to = newData->getStartCoordinatesIterator(overlap);
