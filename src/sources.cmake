@@ -33,6 +33,30 @@ set(TARV_CORE_HEADERS
 
 # Dataset module: the described classes, one header and one source each.
 set(TARV_DATASET_SOURCES
+  status/Status.cpp
+  formats/FileStatus.cpp
+  formats/FormatRegistry.cpp
+  formats/TiffMessages.cpp
+  formats/VtkMessages.cpp
+  bulk/CorrelatedRows.cpp
+  bulk/DatasetRows.cpp
+  bulk/PlainElements.cpp
+  bulk/RowSupport.cpp
+  analysis/BoxExtraction.cpp
+  analysis/ElementRewrites.cpp
+  analysis/ElementStatistics.cpp
+  analysis/MaximumValuePositions.cpp
+  analysis/TemplateMatching.cpp
+  imageio/TiffImageReader.cpp
+  imageio/TiffImageWriter.cpp
+  imageio/TiffInputStream.cpp
+  segmentation/CityBlockDistances.cpp
+  segmentation/ConvexHullSpans.cpp
+  segmentation/SegmentationDistances.cpp
+  segmentation/SliceMembership.cpp
+  segmentation/SliceReaders.cpp
+  segmentation/VoxelGroups.cpp
+  vtkbridge/VtkImageConversion.cpp
   elementtypes/ElementTypeNames.cpp
   dataset/ArrayDatasetMemory.cpp
   dataset/BinarySegmentations.cpp
@@ -47,7 +71,6 @@ set(TARV_DATASET_SOURCES
   dataset/DatasetHandle.cpp
   dataset/DatasetMemory.cpp
   dataset/DatasetMetaInformation.cpp
-  dataset/DatasetRowAccess.cpp
   dataset/DatasetWorldEmbedding.cpp
   dataset/DependentDataset.cpp
   dataset/DirectionFilteredVectorLengthDataset.cpp
@@ -76,7 +99,8 @@ set(TARV_DATASET_SOURCES
   dataset/VTIDatasetFileReadWrite.cpp
   dataset/VTKDatasetFileReadWrite.cpp
   dataset/VTKWrapperDatasetFileReadWrite.cpp
-  dataset/VectorLengthDataset.cpp)
+  dataset/VectorLengthDataset.cpp
+  kernels/Correlate.cpp)
 
 # Headers of the dataset module that applications include (installed).
 set(TARV_DATASET_HEADERS
@@ -129,7 +153,35 @@ set(TARV_ELEMENTTYPES_HEADERS
 
 # Internal units: built into the library, their headers not installed.
 set(TARV_INTERNAL_HEADERS
+  status/Status.h
+  formats/FileStatus.h
+  formats/FormatRegistry.h
+  formats/TiffMessages.h
+  formats/VtkMessages.h
+  bulk/PlainElements.h
+  bulk/RowSupport.h
+  analysis/BoxExtraction.h
+  analysis/ElementRewrites.h
+  analysis/ElementStatistics.h
+  analysis/LinearInterpolation.h
+  analysis/MaximumValuePositions.h
+  analysis/TemplateMatching.h
+  elementtypes/ElementConversions.h
+  imageio/TiffImageFormat.h
+  imageio/TiffInputStream.h
+  imageio/TypedImages.h
+  segmentation/CityBlockDistances.h
+  segmentation/ConvexHullSpans.h
+  segmentation/Membership.h
+  segmentation/SegmentationDistances.h
+  segmentation/ShellSearch.h
+  segmentation/SliceMembership.h
+  segmentation/SliceReaders.h
+  segmentation/VoxelGroups.h
+  vtkbridge/VtkImageConversion.h
+  vtkbridge/VtkScalarTypes.h
   elementtypes/ElementOperations.h
   dataset/ByteOrder.h
-  dataset/DatasetRowAccess.h
-  dataset/TiffDeepTileCodec.h)
+  dataset/TiffDeepTileCodec.h
+  kernels/Correlate.h
+  kernels/Packet.h)

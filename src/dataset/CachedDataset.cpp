@@ -5,7 +5,7 @@
 #include <typeinfo>
 
 #include "dataset/ArrayDatasetMemory.h"
-#include "dataset/DatasetRowAccess.h"
+#include "bulk/RowSupport.h"
 
 namespace tarv {
 
@@ -50,18 +50,90 @@ std::int64_t CachedDataset::computedRunFrom(const DatasetCoordinatesIterator& it
 }
 
 int CachedDataset::calculateRowFrom(const DatasetCoordinatesIterator& it, std::int64_t limit) {
-  const ElementRowCalculator calculator = DatasetRowAccess::rowCalculatorOf(this);
-  if (calculator == nullptr) return 0;
+  if (!isLibraryClass()) return 0;
   const auto* statuses = static_cast<const ArrayDatasetMemory*>(cacheStatusMemory);
   const std::uint64_t run = statuses->findBit(it.index, static_cast<std::uint64_t>(limit), true) - it.index;
   if (run < 2) return 0;
   const int count = static_cast<int>(std::min<std::uint64_t>(run, 1u << 20));
-  return std::max(0, std::min(count, calculator(*this, it, count, false)));
+  return std::max(0, std::min(count, calculateRow(it, count, false)));
+}
+
+int CachedDataset::calculateRow(const DatasetCoordinates&, int, bool) { return 0; }
+
+bool CachedDataset::holdsRow(const DatasetCoordinates& first, int count) {
+  if (!bulk::rowInside(*this, first, count)) return false;
+  ArrayDatasetMemory* data = bulk::arrayHolding(memory, first, count);
+  ArrayDatasetMemory* statuses = bulk::arrayHolding(cacheStatusMemory, first, count);
+  return data != nullptr && statuses != nullptr && data->getStart() == statuses->getStart() &&
+         data->getEnd() == statuses->getEnd() && data->getElementType() == elementType &&
+         statuses->getElementType() == TARV_ELEMENT_TYPE_BOOL;
+}
+
+bool CachedDataset::holdsRowInCache(const DatasetCoordinates& first, int count) {
+  if (!bulk::rowInside(*this, first, count)) return false;
+  // A read outside the cache would reshape it first.
+  if (!areCoordinatesInsideCache(first) || !areCoordinatesInsideCache(bulk::alongX(first, count - 1))) return false;
+  return holdsRow(first, count);
+}
+
+bool CachedDataset::canReadRow(const DatasetCoordinates& first, int count) {
+  if (!isLibraryClass() || !holdsRowInCache(first, count)) return false;
+  const auto* statuses = static_cast<const ArrayDatasetMemory*>(cacheStatusMemory);
+  const std::uint64_t index = statuses->getLinearIndex(first);
+  const std::uint64_t end = index + static_cast<std::uint64_t>(count);
+  for (std::uint64_t i = statuses->findBit(index, end - index, false); i < end;) {
+    const std::uint64_t j = statuses->findBit(i, end - i, true);
+    const int n = static_cast<int>(j - i);
+    if (calculateRow(bulk::alongX(first, static_cast<int>(i - index)), n, true) != n) return false;
+    i = j < end ? statuses->findBit(j, end - j, false) : end;
+  }
+  return true;
+}
+
+void CachedDataset::readRow(const DatasetCoordinates& first, int count, double* values) {
+  int i = 0;
+  while (i < count) {
+    // Element reads of a file-backed dataset may replace its memories: look them up each time.
+    const DatasetCoordinates p = bulk::alongX(first, i);
+    const auto* data = static_cast<const ArrayDatasetMemory*>(memory);
+    const auto* statuses = static_cast<const ArrayDatasetMemory*>(cacheStatusMemory);
+    const std::uint64_t index = statuses->getLinearIndex(p);
+    const std::uint64_t remaining = static_cast<std::uint64_t>(count - i);
+    const int computed = static_cast<int>(statuses->findBit(index, remaining, false) - index);
+    if (computed > 0) {
+      bulk::readElements(*data, data->getLinearIndex(p), computed, values + i);
+      i += computed;
+      continue;
+    }
+    const int n = static_cast<int>(statuses->findBit(index, remaining, true) - index);
+    if (calculateRow(p, n, false) == n) continue;
+    values[i] = getElement<double>(p);
+    ++i;
+  }
+}
+
+void CachedDataset::storeRow(const DatasetCoordinates& first, int count, const double* values) {
+  if (count <= 0) return;
+  auto* data = static_cast<ArrayDatasetMemory*>(memory);
+  auto* statuses = static_cast<ArrayDatasetMemory*>(cacheStatusMemory);
+  const std::uint64_t index = data->getLinearIndex(first);
+  dispatchElementType(elementType, [&]<typename T>() {
+    if constexpr (std::is_same_v<T, bool>) {
+      for (int i = 0; i < count; ++i)
+        data->setBits(index + static_cast<std::uint64_t>(i), 1, convertElementValue<bool>(values[i]));
+    } else {
+      T* elements = static_cast<T*>(data->getElementBlock()) + index;
+      for (int i = 0; i < count; ++i) elements[i] = convertElementValue<T>(values[i]);
+    }
+  });
+  statuses->setBits(statuses->getLinearIndex(first), static_cast<std::uint64_t>(count), true);
+  DatasetMemory::setBufferValue<double>(elementBuffer, elementType, values[count - 1]);
+  minimumAndMaximumValueCacheStatus = false;
 }
 
 CachedDataset::CachedDataset(bool createCache) : Dataset(createCache) {
   if (createCache) cacheStatusMemory = new ArrayDatasetMemory();
-  typeName = "CachedDataset";
+  setLibraryClass("CachedDataset");
   isCached = true;
 }
 

@@ -2,7 +2,6 @@
 #define TARV_DATASET_CACHEDDATASET_H
 
 #include <cstdint>
-#include <typeinfo>
 
 #include "dataset/Dataset.h"
 
@@ -62,12 +61,10 @@ public:
     setElementReferenceByBuffer(it, elementBuffer);
   }
 
-  // Computes count consecutive elements of one row of the cache (first, then the next positions
-  // along x), none of them computed yet, marks them computed and returns how many it did from the
-  // first on (0: none, they are left to calculateElement). With check set it only answers how many
-  // it would do, and changes nothing.
-  using ElementRowCalculator = int (*)(CachedDataset& dataset, const DatasetCoordinates& first, int count,
-                                       bool check);
+  // Rows read from the cache: the row must lie inside it, and every element of it not computed yet
+  // must be computable by calculateRow.
+  bool canReadRow(const DatasetCoordinates& first, int count) override;
+  void readRow(const DatasetCoordinates& first, int count, double* values) override;
 
   // Cache statuses.
   bool getElementCacheStatus(const DatasetCoordinates& p);
@@ -84,30 +81,35 @@ protected:
   static bool holdsCoordinates(const DatasetMemory* m, const DatasetCoordinates& p);
   // True when the memory is allocated and holds the whole (non-empty) box in all five components.
   static bool holdsBox(const DatasetMemory* m, const DatasetBoundingBox& box);
+  // The bulk formula: computes count consecutive elements of one row of the cache (first, then
+  // the next positions along x), none of them computed yet, stores them with storeRow and returns
+  // how many it did from the first on. With check set it only answers how many it would do, and
+  // changes nothing. The default does none: the elements are then computed one by one with
+  // calculateElement. Used only for the library's own classes (isLibraryClass).
+  virtual int calculateRow(const DatasetCoordinates& first, int count, bool check);
+  // Whether the row lies inside the dataset and the cache, in array memories that storeRow can
+  // write. Changes nothing.
+  bool holdsRowInCache(const DatasetCoordinates& first, int count);
+  // Whether the data and status memories are array memories holding the row.
+  bool holdsRow(const DatasetCoordinates& first, int count);
+  // Stores the values as setElementReference<double> would, element by element, marks them
+  // computed, and leaves the last one in the element buffer: what calculating the elements one by
+  // one leaves behind. Only where holdsRow answered true.
+  void storeRow(const DatasetCoordinates& first, int count, const double* values);
+
   // Counts every replacement or release of the data and status memories, so that loops holding an
   // iterator notice when a calculation has moved the cache under them.
   void cacheLayoutChanged() { ++cacheLayoutVersion; }
 
-  // Registers the row calculator of a class. It is used only while the dataset is of exactly that
-  // class, so that a further subclass that computes its elements its own way is never bypassed.
-  void setElementRowCalculator(ElementRowCalculator calculator, const std::type_info& type) {
-    elementRowCalculator = calculator;
-    elementRowCalculatorType = &type;
-  }
-
   DatasetMemory* cacheStatusMemory = nullptr;
   std::uint64_t cacheLayoutVersion = 0;
-  ElementRowCalculator elementRowCalculator = nullptr;
-  const std::type_info* elementRowCalculatorType = nullptr;
 
 private:
   // Computes, from it on, the run of not yet computed elements of it's row that ends at most at
-  // limit elements, with the row calculator; returns how many it computed (0: none).
+  // limit elements, with calculateRow; returns how many it computed (0: none).
   int calculateRowFrom(const DatasetCoordinatesIterator& it, std::int64_t limit);
   // Elements from it on that are computed, at most limit (0 when it is not computed).
   std::int64_t computedRunFrom(const DatasetCoordinatesIterator& it, std::int64_t limit) const;
-
-  friend class DatasetRowAccess;
 };
 
 }  // namespace tarv

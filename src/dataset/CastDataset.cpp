@@ -1,8 +1,17 @@
 #include "dataset/CastDataset.h"
 
+#include "filters/ParameterTable.h"
+
 namespace tarv {
 
-CastDataset::CastDataset() { typeName = "CastDataset"; }
+namespace {
+
+using P = CastDataset::Parameters;
+constexpr filters::ParameterTable entries(filters::entry("ElementType", &P::elementType));
+
+}  // namespace
+
+CastDataset::CastDataset() { setLibraryClass("CastDataset"); }
 
 CastDataset::~CastDataset() = default;
 
@@ -14,44 +23,36 @@ bool CastDataset::calculateElement(const DatasetCoordinates& p) {
   // The source's own buffer takes its raw element; a failed read leaves whatever it holds.
   void* sourceBuffer = source->getElementBuffer();
   source->getElementByBuffer(p, sourceBuffer);
-  DatasetMemory::castBufferValue(sourceBuffer, elementBuffer, source->getElementType(), castElementType);
+  DatasetMemory::castBufferValue(sourceBuffer, elementBuffer, source->getElementType(), parameters.elementType);
   setElementByBuffer(p, elementBuffer);
   return true;
 }
 
 bool CastDataset::isDatasetEquivalent(DependentDataset* other) {
-  if (!DependentDataset::isDatasetEquivalent(other)) return false;
-  const auto* cast = dynamic_cast<const CastDataset*>(other);
-  return cast != nullptr && castElementType == cast->castElementType;
+  return entries.equivalent(*this, other, &CastDataset::parameters);
 }
 
-TARVElementType CastDataset::determineElementType() { return castElementType; }
+TARVElementType CastDataset::determineElementType() { return parameters.elementType; }
 
 bool CastDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
-  if (name != "ElementType") return false;
-  const int value = FileReadWrite::readIntValue(is);
-  // Numbers outside the enumeration name no element type at all.
-  tempCastElementType = value >= TARV_ELEMENT_TYPE_NO_TYPE && value <= TARV_ELEMENT_TYPE_LONG_DOUBLE
-                            ? static_cast<TARVElementType>(value)
-                            : TARV_ELEMENT_TYPE_UNKNOWN;
-  return true;
+  return entries.read(name, is, tempParameters);
 }
 
-void CastDataset::writeDatasetSpecificValues(std::ostream& os) {
-  FileReadWrite::writeValue(os, "ElementType", static_cast<int>(castElementType));
-}
+void CastDataset::writeDatasetSpecificValues(std::ostream& os) { entries.write(os, parameters); }
 
 void CastDataset::initializeTempFields() {
   DependentDataset::initializeTempFields();
-  tempCastElementType = TARV_ELEMENT_TYPE_FLOAT;
+  tempParameters = Parameters();
 }
 
-void CastDataset::setParametersFromTempFields() { setParameters(tempCastElementType); }
+void CastDataset::setParametersFromTempFields() { setParameters(tempParameters.elementType); }
 
-void CastDataset::getParameters(TARVElementType& targetElementType) const { targetElementType = castElementType; }
+void CastDataset::getParameters(TARVElementType& targetElementType) const {
+  targetElementType = parameters.elementType;
+}
 
 void CastDataset::setParameters(TARVElementType targetElementType) {
-  castElementType = targetElementType;
+  parameters.elementType = targetElementType;
   resetCache();
 }
 

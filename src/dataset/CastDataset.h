@@ -26,9 +26,14 @@ public:
   // source (for example when the source is set again).
   void setParameters(TARVElementType targetElementType);
 
+  // The parameters, one field per entry of the description.
+  struct Parameters {
+    TARVElementType elementType = TARV_ELEMENT_TYPE_FLOAT;
+  };
+
 private:
-  TARVElementType castElementType = TARV_ELEMENT_TYPE_FLOAT;
-  TARVElementType tempCastElementType = TARV_ELEMENT_TYPE_FLOAT;
+  Parameters parameters;
+  Parameters tempParameters;
 };
 
 }  // namespace tarv

@@ -1,8 +1,17 @@
 #include "dataset/ConstantDataset.h"
 
+#include "filters/ParameterTable.h"
+
 namespace tarv {
 
-ConstantDataset::ConstantDataset() { typeName = "ConstantDataset"; }
+namespace {
+
+using P = ConstantDataset::Parameters;
+constexpr filters::ParameterTable entries(filters::entry("ElementValue", &P::elementValue));
+
+}  // namespace
+
+ConstantDataset::ConstantDataset() { setLibraryClass("ConstantDataset"); }
 
 ConstantDataset::~ConstantDataset() = default;
 
@@ -13,40 +22,34 @@ void ConstantDataset::announceAccess(const DatasetBoundingBox& box) { ROICachedD
 void ConstantDataset::announceAccessToFullDataset() { ROICachedDataset::announceAccessToFullDataset(); }
 
 bool ConstantDataset::calculateElement(const DatasetCoordinates& p) {
-  setElementReference<double>(p, elementValue);
+  setElementReference<double>(p, parameters.elementValue);
   setElementCacheStatus(p, true);
   return true;
 }
 
 bool ConstantDataset::isDatasetEquivalent(DependentDataset* other) {
-  if (!DependentDataset::isDatasetEquivalent(other)) return false;
-  const auto* constant = dynamic_cast<const ConstantDataset*>(other);
-  return constant != nullptr && elementValue == constant->elementValue;
+  return entries.equivalent(*this, other, &ConstantDataset::parameters);
 }
 
 TARVElementType ConstantDataset::determineElementType() { return TARV_ELEMENT_TYPE_FLOAT; }
 
 bool ConstantDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
-  if (name != "ElementValue") return false;
-  tempElementValue = FileReadWrite::readDoubleValue(is);
-  return true;
+  return entries.read(name, is, tempParameters);
 }
 
-void ConstantDataset::writeDatasetSpecificValues(std::ostream& os) {
-  FileReadWrite::writeValue(os, "ElementValue", elementValue);
-}
+void ConstantDataset::writeDatasetSpecificValues(std::ostream& os) { entries.write(os, parameters); }
 
 void ConstantDataset::initializeTempFields() {
   DependentDataset::initializeTempFields();
-  tempElementValue = 0.0;
+  tempParameters = Parameters();
 }
 
-void ConstantDataset::setParametersFromTempFields() { setParameters(tempElementValue); }
+void ConstantDataset::setParametersFromTempFields() { setParameters(tempParameters.elementValue); }
 
-void ConstantDataset::getParameters(double& value) const { value = elementValue; }
+void ConstantDataset::getParameters(double& value) const { value = parameters.elementValue; }
 
 void ConstantDataset::setParameters(double value) {
-  elementValue = value;
+  parameters.elementValue = value;
   resetCache();
 }
 

@@ -27,9 +27,14 @@ public:
   void getParameters(double& elementValue) const;
   void setParameters(double elementValue);
 
+  // The parameters, one field per entry of the description.
+  struct Parameters {
+    double elementValue = 0.0;
+  };
+
 private:
-  double elementValue = 0.0;
-  double tempElementValue = 0.0;
+  Parameters parameters;
+  Parameters tempParameters;
 };
 
 }  // namespace tarv

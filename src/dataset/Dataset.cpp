@@ -1,37 +1,28 @@
 #include "dataset/Dataset.h"
 
-#include <vtkDataArray.h>
-#include <vtkImageData.h>
-#include <vtkPointData.h>
-#include <vtkType.h>
-#include <vtkTypeTraits.h>
-
 #include <algorithm>
-#include <array>
-#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <iostream>
-#include <map>
-#include <new>
 #include <numbers>
-#include <type_traits>
-#include <vector>
 
+#include "analysis/BoxExtraction.h"
+#include "analysis/ElementRewrites.h"
+#include "analysis/ElementStatistics.h"
+#include "analysis/LinearInterpolation.h"
+#include "analysis/MaximumValuePositions.h"
+#include "analysis/TemplateMatching.h"
 #include "core/Mathematics.h"
 #include "dataset/ArrayDatasetMemory.h"
-#include "dataset/DatasetRowAccess.h"
+#include "bulk/PlainElements.h"
 #include "dataset/DependentDataset.h"
 #include "elementtypes/ElementOperations.h"
+#include "vtkbridge/VtkImageConversion.h"
 
 namespace tarv {
 
-namespace {
-}
-
-Dataset::Dataset(bool createMemory) : typeName("Dataset") {
+Dataset::Dataset(bool createMemory) {
+  setLibraryClass("Dataset");
   if (!createMemory) return;
   memory = new ArrayDatasetMemory();
   size = DatasetCoordinates(0, 0, 0, 0, 0);
@@ -274,7 +265,7 @@ void Dataset::updateMinimumAndMaximumValue() {
   double minimum = 0.0;
   double maximum = 0.0;
   announceAccessToFullDataset();
-  if (DatasetRowAccess::findMinimumAndMaximum(this, minimum, maximum)) {
+  if (bulk::findMinimumAndMaximum(*this, minimum, maximum)) {
     // A plain in-memory dataset: the same walk over its memory, the element type dispatched once.
     cachedMinimumValue = minimum;
     cachedMaximumValue = maximum;
@@ -321,218 +312,18 @@ void Dataset::setDicomTags(DcmHeader* header) {
 
 namespace {
 
-// Element counts of a dataset are signed 32-bit.
-constexpr std::int64_t kElementCountLimit = std::int64_t(1) << 31;
+using analysis::AxisSamples;
+using analysis::TemplateSums;
 
-// Printed by fromImageData on every call, with this exact text and line number: callers match it.
-const char* const kNonAxialWarning =
-    "Warning: Results may be unexpected for non axial datasets. in src/dataset/Dataset:638";
+// A source that may be null: its element type and size as the callee reads them (which then
+// only updates the dependants).
+TARVElementType elementTypeOf(const Dataset* d) { return d != nullptr ? d->getElementType() : TARV_ELEMENT_TYPE_NO_TYPE; }
+DatasetCoordinates sizeOf(const Dataset* d) { return d != nullptr ? d->getSize() : DatasetCoordinates(); }
 
-DatasetCoordinates shifted(const DatasetCoordinatesIterator& it, const DatasetCoordinates& offset) {
-  return static_cast<const DatasetCoordinates&>(it) + offset;
-}
-
-// True when d is root itself or computed, directly or through others, from root.
-bool feedsInto(const Dataset* root, const Dataset* d) {
-  std::vector<const Dataset*> pending{root};
-  std::set<const Dataset*> seen;
-  while (!pending.empty()) {
-    const Dataset* current = pending.back();
-    pending.pop_back();
-    if (current == d) return true;
-    if (!seen.insert(current).second) continue;
-    for (DependentDataset* dependent : current->getDependingDatasets()) pending.push_back(dependent);
-  }
-  return false;
-}
-
-// Re-initialises target to the box of source (box valid, its size allocatable) with the given
-// element type, placed at the world position of box.start, and fills it element by element.
-// Voxels of the box outside the source become 0.
-void extractBox(Dataset& target, Dataset* source, TARVElementType type, const DatasetBoundingBox& box) {
-  DatasetWorldEmbedding embedding = source->getWorldEmbedding();
-  embedding.setDatasetOrigin(source->getWorldEmbedding().voxelToWorld(box.start));
-  target.initializeDataset(box.end - box.start + DatasetCoordinates(1, 1, 1, 1, 1), type, embedding);
-  if (!target.hasData()) return;
-  // Plain in-memory datasets on both sides: whole rows, the element types dispatched once.
-  if (DatasetRowAccess::copyBoxConverting(&target, source, box)) return;
-
-  const TARVElementType sourceType = source->getElementType();
-  const BufferCaster cast = sourceType == type ? nullptr : bufferCaster(sourceType, type);
-  unsigned char sourceValue[kElementBufferSize] = {};
-  unsigned char value[kElementBufferSize] = {};
-  unsigned char zero[kElementBufferSize] = {};
-  DatasetMemory::setBufferValue<int>(zero, type, 0);
-  for (DatasetCoordinatesIterator it = target.getStartCoordinatesIterator(); it.valid;
-       target.incrementCoordinatesIterator(it)) {
-    const DatasetCoordinates p = shifted(it, box.start);
-    if (!source->areCoordinatesInside(p)) {
-      target.setElementByBuffer(it, zero);
-      continue;
-    }
-    source->getElementByBuffer(p, sourceValue);
-    if (cast == nullptr) {
-      target.setElementByBuffer(it, sourceValue);
-    } else {
-      cast(sourceValue, value);
-      target.setElementByBuffer(it, value);
-    }
-  }
-}
-
-// Overwrites, in place, every element whose value (as double) matches, with replacement.
-template <typename Predicate>
-void replaceElementsWhere(Dataset& d, double replacement, Predicate matches) {
-  const BufferReader<double> read = bufferReader<double>(d.getElementType());
-  unsigned char value[kElementBufferSize] = {};
-  unsigned char replacementValue[kElementBufferSize] = {};
-  DatasetMemory::setBufferValue<double>(replacementValue, d.getElementType(), replacement);
-  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it)) {
-    d.getElementByBuffer(it, value);
-    if (matches(read(value))) d.setElementByBuffer(it, replacementValue);
-  }
-}
-
-// Mirrors the dataset along one axis (0 x, 1 y, 2 z) by swapping element pairs.
-void flipAxis(Dataset& d, int axis) {
-  if (!d.hasData()) return;
-  d.announceAccessToFullDataset();
-  const DatasetCoordinates n = d.getSize();
-  if (n[axis] <= 1) return;
-  DatasetBoundingBox lowerHalf = d.getVoxelBoundingBox();
-  lowerHalf.end[axis] = n[axis] / 2 - 1;
-  unsigned char first[kElementBufferSize] = {};
-  unsigned char second[kElementBufferSize] = {};
-  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(lowerHalf); it.valid;
-       d.incrementCoordinatesIterator(lowerHalf, it)) {
-    const DatasetCoordinates p = it;
-    DatasetCoordinates mirrored = p;
-    mirrored[axis] = n[axis] - 1 - p[axis];
-    d.getElementByBuffer(p, first);
-    d.getElementByBuffer(mirrored, second);
-    d.setElementByBuffer(p, second);
-    d.setElementByBuffer(mirrored, first);
-  }
-}
-
-// Walks the box clipped to the dataset and hands every element, as double, to visit.
-template <typename Visit>
-void visitClippedBox(Dataset& d, const DatasetBoundingBox& box, Visit visit) {
-  const DatasetBoundingBox clipped = d.fitBoxToInterior(box);
-  const BufferReader<double> read = bufferReader<double>(d.getElementType());
-  unsigned char value[kElementBufferSize] = {};
-  for (DatasetCoordinatesIterator it = d.getStartCoordinatesIterator(clipped); it.valid;
-       d.incrementCoordinatesIterator(clipped, it)) {
-    d.getElementByBuffer(it, value);
-    visit(read(value));
-  }
-}
-
-double extremeValue(Dataset& d, const DatasetBoundingBox& box, bool maximum) {
-  bool first = true;
-  double result = 0.0;
-  visitClippedBox(d, box, [&](double v) {
-    if (first) {
-      result = v;
-      first = false;
-    } else if (maximum ? v > result : v < result) {
-      result = v;
-    }
-  });
-  return result;
-}
-
-// Linear interpolation along one axis: the two neighbouring positions and their weights.
-struct AxisSamples {
-  int position[2];
-  double weight[2];
-};
-
-AxisSamples linearSamples(double p) {
-  const double lower = std::floor(p);
-  const double upper = std::ceil(p);
-  AxisSamples samples{{Mathematics::round(lower), Mathematics::round(upper)}, {1.0, 0.0}};
-  if (lower != upper) {
-    samples.weight[0] = 1.0 - (p - lower);
-    samples.weight[1] = 1.0 - (upper - p);
-  }
-  return samples;
-}
-
-// Sums of a template placed on an image: dot = sum of a * b, imageSquares = sum of a * a over the
-// template's elements b and the image elements a beneath them. fits is false when the template
-// would reach outside the image (the image is then not read).
-struct TemplateSums {
-  bool fits = false;
-  double dot = 0.0;
-  double imageSquares = 0.0;
-};
-
-TemplateSums sumTemplate(Dataset& image, const DatasetCoordinates& c, Dataset* templ, const DatasetCoordinates& templC) {
-  TemplateSums sums;
-  if (templ == nullptr) return sums;
-  const DatasetCoordinates imageSize = image.getSize();
-  const DatasetCoordinates templSize = templ->getSize();
-  DatasetCoordinates origin;
-  for (int k = 0; k < 5; ++k) {
-    const std::int64_t d = static_cast<std::int64_t>(c[k]) - templC[k];
-    if (d < 0 || d > static_cast<std::int64_t>(imageSize[k]) - templSize[k]) return sums;
-    origin[k] = static_cast<int>(d);
-  }
-  sums.fits = true;
-  const BufferReader<double> readImage = bufferReader<double>(image.getElementType());
-  const BufferReader<double> readTempl = bufferReader<double>(templ->getElementType());
-  unsigned char imageValue[kElementBufferSize] = {};
-  unsigned char templValue[kElementBufferSize] = {};
-  for (DatasetCoordinatesIterator it = templ->getStartCoordinatesIterator(); it.valid;
-       templ->incrementCoordinatesIterator(it)) {
-    templ->getElementByBuffer(it, templValue);
-    image.getElementByBuffer(shifted(it, origin), imageValue);
-    const double a = readImage(imageValue);
-    const double b = readTempl(templValue);
-    sums.dot += a * b;
-    sums.imageSquares += a * a;
-  }
-  return sums;
-}
-
-// A new dataset of the image's size, type and embedding holding measure(c) at every voxel c.
-template <typename Measure>
-Dataset* measureEverywhere(Dataset& image, Measure measure) {
-  Dataset* result = new Dataset(true);
-  result->newDataset(image.getSize(), image.getElementType(), image.getWorldEmbedding());
-  image.announceAccessToFullDataset();
-  const BufferWriter write = bufferWriter(result->getElementType());
-  unsigned char value[kElementBufferSize] = {};
-  for (DatasetCoordinatesIterator it = result->getStartCoordinatesIterator(); it.valid;
-       result->incrementCoordinatesIterator(it)) {
-    write(value, measure(static_cast<const DatasetCoordinates&>(it)));
-    result->setElementByBuffer(it, value);
-  }
-  return result;
-}
-
-// VTK scalar type written for an element type; 0 when there is none.
-int scalarTypeOfElementType(TARVElementType type) {
-  int scalarType = 0;
-  dispatchElementType(type, [&]<typename T>() {
-    if constexpr (std::is_same_v<T, bool>)
-      scalarType = VTK_SIGNED_CHAR;
-    else if constexpr (!std::is_same_v<T, long double>)
-      scalarType = vtkTypeTraits<T>::VTK_TYPE_ID;
-  });
-  return scalarType;
-}
-
-// Element type read for a VTK scalar type; TARV_ELEMENT_TYPE_NO_TYPE when it cannot be read.
-TARVElementType elementTypeOfScalarType(int scalarType) {
-  if (scalarType == VTK_CHAR || scalarType == VTK_SIGNED_CHAR) return TARV_ELEMENT_TYPE_SIGNED_CHAR;
-  if (scalarType == VTK_UNSIGNED_CHAR) return TARV_ELEMENT_TYPE_UNSIGNED_CHAR;
-  // VTK_SHORT .. VTK_DOUBLE run in the same order as the short .. double element types.
-  if (scalarType >= VTK_SHORT && scalarType <= VTK_DOUBLE)
-    return static_cast<TARVElementType>(scalarType - VTK_SHORT + TARV_ELEMENT_TYPE_SIGNED_SHORT_INT);
-  if (scalarType >= VTK_ID_TYPE && scalarType <= VTK_OPAQUE) return TARV_ELEMENT_TYPE_UNKNOWN;
-  return TARV_ELEMENT_TYPE_NO_TYPE;
+// Where there is nothing to do, the dependants are still updated; returns whether that is so.
+bool updatedWithoutChange(Dataset& d, bool nothingToDo) {
+  if (nothingToDo) d.updateDependingDatasets();
+  return nothingToDo;
 }
 
 }  // namespace
@@ -543,7 +334,7 @@ void Dataset::copyFrom(Dataset* source) {
     const DatasetWorldEmbedding embedding = source->worldEmbedding;
     const ModalityLUT lut = source->modalityLUT;
     DatasetMemory* copy = nullptr;
-    if (source != this && DatasetRowAccess::isPlainInMemory(this) && DatasetRowAccess::isPlainInMemory(source)) {
+    if (source != this && getPlainElements() != nullptr && source->getPlainElements() != nullptr) {
       // The re-initialisation releases this dataset's block: a block of the same byte size is
       // handed to the copy instead, which spares touching fresh memory.
       const auto* sourceArray = static_cast<const ArrayDatasetMemory*>(source->memory);
@@ -594,79 +385,45 @@ void Dataset::initializeWithNewElementTypeFrom(Dataset* source, TARVElementType 
 }
 
 void Dataset::copyPartFrom(Dataset* source, const DatasetBoundingBox& box) {
-  if (source == nullptr) {
-    updateDependingDatasets();
-    return;
-  }
-  convertPartFrom(source, source->elementType, box);
+  convertPartFrom(source, elementTypeOf(source), box);
 }
 
 void Dataset::convertPartFrom(Dataset* source, TARVElementType type, const DatasetBoundingBox& box) {
-  if (source == nullptr || !source->hasData() || !isStorableElementType(type)) {
-    updateDependingDatasets();
-    return;
-  }
-  if (feedsInto(this, source)) {
+  if (updatedWithoutChange(*this, source == nullptr || !source->hasData() || !isStorableElementType(type))) return;
+  if (analysis::feedsInto(this, source)) {
     // Re-initialising this dataset would change what is read: extract into a copy first.
     Dataset part(true);
     part.convertPartFrom(source, type, box);
     copyFrom(&part);
     return;
   }
-  extractBox(*this, source, type, source->fitBoxToInterior(box));
+  analysis::extractBox(*this, source, type, source->fitBoxToInterior(box));
   updateDependingDatasets();
 }
 
-void Dataset::copySpaceFrom(Dataset* source, int t) {
-  if (source == nullptr) {
-    updateDependingDatasets();
-    return;
-  }
-  convertSpaceFrom(source, source->elementType, t);
-}
+void Dataset::copySpaceFrom(Dataset* source, int t) { convertSpaceFrom(source, elementTypeOf(source), t); }
 
 void Dataset::convertSpaceFrom(Dataset* source, TARVElementType type, int t) {
-  if (source == nullptr) {
-    updateDependingDatasets();
-    return;
-  }
-  const DatasetCoordinates n = source->size;
+  const DatasetCoordinates n = sizeOf(source);
   convertPartFrom(source, type,
                   DatasetBoundingBox(DatasetCoordinates(0, 0, 0, t, 0), DatasetCoordinates(n.x - 1, n.y - 1, n.z - 1, t, n.c - 1)));
 }
 
-void Dataset::copyPlaneFrom(Dataset* source, int z, int t) {
-  if (source == nullptr) {
-    updateDependingDatasets();
-    return;
-  }
-  convertPlaneFrom(source, source->elementType, z, t);
-}
+void Dataset::copyPlaneFrom(Dataset* source, int z, int t) { convertPlaneFrom(source, elementTypeOf(source), z, t); }
 
 void Dataset::convertPlaneFrom(Dataset* source, TARVElementType type, int z, int t) {
-  if (source == nullptr) {
-    updateDependingDatasets();
-    return;
-  }
-  const DatasetCoordinates n = source->size;
+  const DatasetCoordinates n = sizeOf(source);
   convertPartFrom(source, type,
                   DatasetBoundingBox(DatasetCoordinates(0, 0, z, t, 0), DatasetCoordinates(n.x - 1, n.y - 1, z, t, n.c - 1)));
 }
 
 void Dataset::copyNonZeroBoxFrom(Dataset* source, const DatasetCoordinates& margin) {
-  if (source == nullptr) {
-    updateDependingDatasets();
-    return;
-  }
-  convertNonZeroBoxFrom(source, source->elementType, margin);
+  convertNonZeroBoxFrom(source, elementTypeOf(source), margin);
 }
 
 void Dataset::convertNonZeroBoxFrom(Dataset* source, TARVElementType type, const DatasetCoordinates& margin) {
-  if (source == nullptr || !source->hasData() || !isStorableElementType(type)) {
-    updateDependingDatasets();
-    return;
-  }
-  if (feedsInto(this, source)) {
+  if (updatedWithoutChange(*this, source == nullptr || !source->hasData() || !isStorableElementType(type))) return;
+  if (analysis::feedsInto(this, source)) {
     Dataset part(true);
     part.convertNonZeroBoxFrom(source, type, margin);
     if (part.hasData())
@@ -675,29 +432,13 @@ void Dataset::convertNonZeroBoxFrom(Dataset* source, TARVElementType type, const
       updateDependingDatasets();
     return;
   }
-  const DatasetBoundingBox nonZero = source->getNonZeroVoxelBoundingBox();
-  DatasetBoundingBox box;
-  std::int64_t count = 1;
-  bool usable = !nonZero.isEmpty();
-  for (int k = 0; k < 5 && usable; ++k) {
-    const std::int64_t start = static_cast<std::int64_t>(nonZero.start[k]) - margin[k];
-    const std::int64_t end = static_cast<std::int64_t>(nonZero.end[k]) + margin[k];
-    const std::int64_t extent = end - start + 1;
-    usable = extent >= 1 && start >= INT_MIN && end <= INT_MAX && count < kElementCountLimit / extent;
-    if (!usable) break;
-    count *= extent;
-    box.start[k] = static_cast<int>(start);
-    box.end[k] = static_cast<int>(end);
-  }
-  if (usable) extractBox(*this, source, type, box);
+  const std::optional<DatasetBoundingBox> box = analysis::widenedBox(source->getNonZeroVoxelBoundingBox(), margin);
+  if (box) analysis::extractBox(*this, source, type, *box);
   updateDependingDatasets();
 }
 
 void Dataset::copyAndPlaceBlockFrom(Dataset* source, const DatasetCoordinates& position, const DatasetBoundingBox& box) {
-  if (source == nullptr || !source->hasData() || !hasData()) {
-    updateDependingDatasets();
-    return;
-  }
+  if (updatedWithoutChange(*this, source == nullptr || !source->hasData() || !hasData())) return;
   if (source == this) {
     // Reads and writes would overlap: place a copy of the block.
     Dataset block(true);
@@ -705,52 +446,16 @@ void Dataset::copyAndPlaceBlockFrom(Dataset* source, const DatasetCoordinates& p
     copyAndPlaceBlockFrom(&block, position, block.getVoxelBoundingBox());
     return;
   }
-  // The block lands at position; what would fall outside this dataset is dropped.
-  const DatasetBoundingBox sourceBox = source->fitBoxToInterior(box);
-  DatasetBoundingBox targetBox;
-  DatasetCoordinates offset;
-  for (int k = 0; k < 5; ++k) {
-    const std::int64_t lower = std::max<std::int64_t>(position[k], 0);
-    const std::int64_t upper =
-        std::min<std::int64_t>(static_cast<std::int64_t>(position[k]) + (sourceBox.end[k] - sourceBox.start[k]), size[k] - 1);
-    if (lower > upper) {
-      updateDependingDatasets();
-      return;
-    }
-    targetBox.start[k] = static_cast<int>(lower);
-    targetBox.end[k] = static_cast<int>(upper);
-    offset[k] = static_cast<int>(sourceBox.start[k] + (lower - position[k]) - lower);
-  }
-  const BufferCaster cast = source->elementType == elementType ? nullptr : bufferCaster(source->elementType, elementType);
-  unsigned char sourceValue[kElementBufferSize] = {};
-  unsigned char value[kElementBufferSize] = {};
-  for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(targetBox); it.valid;
-       incrementCoordinatesIterator(targetBox, it)) {
-    source->getElementByBuffer(shifted(it, offset), sourceValue);
-    if (cast == nullptr) {
-      setElementByBuffer(it, sourceValue);
-    } else {
-      cast(sourceValue, value);
-      setElementByBuffer(it, value);
-    }
-  }
+  analysis::placeBlock(*this, source, position, box);
   updateDependingDatasets();
 }
 
 void Dataset::copyAndPlaceDatasetFrom(Dataset* source, const DatasetCoordinates& position) {
-  if (source == nullptr) {
-    updateDependingDatasets();
-    return;
-  }
-  copyAndPlaceBlockFrom(source, position, source->getVoxelBoundingBox());
+  copyAndPlaceBlockFrom(source, position, source != nullptr ? source->getVoxelBoundingBox() : DatasetBoundingBox());
 }
 
 void Dataset::copyAndPlaceFirstSliceFrom(Dataset* source, int z) {
-  if (source == nullptr) {
-    updateDependingDatasets();
-    return;
-  }
-  const DatasetCoordinates n = source->size;
+  const DatasetCoordinates n = sizeOf(source);
   copyAndPlaceBlockFrom(source, DatasetCoordinates(0, 0, z, 0, 0),
                         DatasetBoundingBox(DatasetCoordinates(0, 0, 0, 0, 0), DatasetCoordinates(n.x - 1, n.y - 1, 0, 0, n.c - 1)));
 }
@@ -766,41 +471,24 @@ void Dataset::setAllElementsValue(double value, Progress* progress) {
 }
 
 void Dataset::changeAllElementsValue(double oldValue, double newValue) {
-  replaceElementsWhere(*this, newValue, [oldValue](double v) { return v == oldValue; });
+  analysis::replaceElementsWhere(*this, newValue, [oldValue](double v) { return v == oldValue; });
 }
 
 void Dataset::forceMinimumElementValue(double minimum) {
-  replaceElementsWhere(*this, minimum, [minimum](double v) { return minimum > v; });
+  analysis::replaceElementsWhere(*this, minimum, [minimum](double v) { return minimum > v; });
 }
 
 void Dataset::forceMaximumElementValue(double maximum) {
-  replaceElementsWhere(*this, maximum, [maximum](double v) { return v > maximum; });
+  analysis::replaceElementsWhere(*this, maximum, [maximum](double v) { return v > maximum; });
 }
 
-void Dataset::flipXAxis() { flipAxis(*this, 0); }
+void Dataset::flipXAxis() { analysis::flipAxis(*this, 0); }
 
-void Dataset::flipYAxis() { flipAxis(*this, 1); }
+void Dataset::flipYAxis() { analysis::flipAxis(*this, 1); }
 
-void Dataset::flipZAxis() { flipAxis(*this, 2); }
+void Dataset::flipZAxis() { analysis::flipAxis(*this, 2); }
 
-void Dataset::normalizeVectorLength() {
-  const BufferReader<double> read = bufferReader<double>(elementType);
-  const BufferWriter write = bufferWriter(elementType);
-  unsigned char value[kElementBufferSize] = {};
-  double sum = 0.0;
-  for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(); it.valid; incrementCoordinatesIterator(it)) {
-    getElementByBuffer(it, value);
-    const double v = read(value);
-    sum += v * v;
-  }
-  const double length = std::sqrt(sum);
-  if (!(length > 0.0)) return;
-  for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(); it.valid; incrementCoordinatesIterator(it)) {
-    getElementByBuffer(it, value);
-    write(value, read(value) / length);
-    setElementByBuffer(it, value);
-  }
-}
+void Dataset::normalizeVectorLength() { analysis::normalizeVectorLength(*this); }
 
 double Dataset::getAverageValue() {
   const unsigned int n = getElementCount();
@@ -815,15 +503,15 @@ double Dataset::getAverageValue() {
   return sum / n;
 }
 
-double Dataset::getMinimumValue(const DatasetBoundingBox& box) { return extremeValue(*this, box, false); }
+double Dataset::getMinimumValue(const DatasetBoundingBox& box) { return analysis::extremeValueInBox(*this, box, false); }
 
-double Dataset::getMaximumValue(const DatasetBoundingBox& box) { return extremeValue(*this, box, true); }
+double Dataset::getMaximumValue(const DatasetBoundingBox& box) { return analysis::extremeValueInBox(*this, box, true); }
 
 double Dataset::getAverageValue(const DatasetBoundingBox& box) {
   const unsigned int n = getBoxVoxelCount(box);
   if (n < 1) return 0.0;
   double sum = 0.0;
-  visitClippedBox(*this, box, [&](double v) { sum += v; });
+  analysis::visitClippedBox(*this, box, [&](double v) { sum += v; });
   return sum / n;
 }
 
@@ -841,112 +529,18 @@ unsigned int Dataset::getVoxelCountInValueRange(double min, double max, bool inv
 
 unsigned int Dataset::getVoxelCountInValueRange(const DatasetBoundingBox& box, double min, double max, bool invert) {
   unsigned int count = 0;
-  visitClippedBox(*this, box, [&](double v) {
+  analysis::visitClippedBox(*this, box, [&](double v) {
     if ((min <= v && v <= max) != invert) ++count;
   });
   return count;
 }
 
-DatasetBoundingBox Dataset::getNonZeroVoxelBoundingBox() {
-  announceAccessToFullDataset();
-  DatasetBoundingBox box = getVoxelBoundingBox();
-  const BufferReader<bool> read = bufferReader<bool>(elementType);
-  unsigned char value[kElementBufferSize] = {};
-  // Whether the plane at position along axis, within the current box, holds a non-zero element.
-  auto planeHoldsNonZero = [&](int axis, int position) {
-    DatasetBoundingBox plane = box;
-    plane.start[axis] = plane.end[axis] = position;
-    if (plane.isEmpty()) return false;
-    for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(plane); it.valid;
-         incrementCoordinatesIterator(plane, it)) {
-      getElementByBuffer(it, value);
-      if (read(value)) return true;
-    }
-    return false;
-  };
-  for (int axis = 0; axis < 4; ++axis) {
-    while (box.start[axis] <= box.end[axis] && !planeHoldsNonZero(axis, box.start[axis])) ++box.start[axis];
-    while (box.end[axis] >= box.start[axis] && !planeHoldsNonZero(axis, box.end[axis])) --box.end[axis];
-  }
-  return box;
-}
+DatasetBoundingBox Dataset::getNonZeroVoxelBoundingBox() { return analysis::nonZeroVoxelBoundingBox(*this); }
 
 std::list<Vector3D> Dataset::getMaximumValueWorldCoordinatesList(int count, double minDistance, int t) {
-  std::list<Vector3D> result;
   if (!(minDistance > 0.0)) minDistance = 1e-7;
-  if (count < 1 || !hasData() || t < 0 || t >= size.t) return result;
-
-  // Each round takes the greatest value (the first of equal ones in scan order, z outermost, x
-  // innermost) among the voxels not too close to those chosen before. Too close stays too
-  // close, so one pass over the voxels in descending order of value finds all rounds' winners.
-  // A NaN wins a round only as the first eligible voxel in scan order, as in a plain scan.
-  const std::int64_t voxelCount = static_cast<std::int64_t>(size.x) * size.y * size.z;
-  std::vector<double> values;
-  std::vector<std::uint32_t> byValue;
-  try {
-    values.reserve(static_cast<std::size_t>(voxelCount));
-    byValue.reserve(static_cast<std::size_t>(voxelCount));
-  } catch (const std::bad_alloc&) {
-    return result;
-  } catch (const std::length_error&) {
-    return result;
-  }
-  const DatasetBoundingBox step(DatasetCoordinates(0, 0, 0, t, 0), DatasetCoordinates(size.x - 1, size.y - 1, size.z - 1, t, 0));
-  const BufferReader<double> read = bufferReader<double>(elementType);
-  unsigned char value[kElementBufferSize] = {};
-  for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(step); it.valid; incrementCoordinatesIterator(step, it)) {
-    getElementByBuffer(it, value);
-    values.push_back(read(value));
-  }
-  for (std::uint32_t i = 0; i < values.size(); ++i)
-    if (!std::isnan(values[i])) byValue.push_back(i);
-  std::stable_sort(byValue.begin(), byValue.end(), [&](std::uint32_t a, std::uint32_t b) { return values[a] > values[b]; });
-
-  auto positionOf = [&](std::uint32_t i) {
-    return Vector3D(static_cast<double>(i % size.x), static_cast<double>((i / size.x) % size.y),
-                    static_cast<double>(i / (static_cast<std::uint32_t>(size.x) * size.y)));
-  };
-  // Chosen positions in cells at least minDistance wide: a position closer than minDistance lies
-  // in one of the 27 cells around.
-  const double cellSize = std::max(minDistance, 1.0);
-  using Cell = std::array<std::int64_t, 3>;
-  std::map<Cell, std::vector<Vector3D>> chosen;
-  auto cellOf = [&](const Vector3D& p) {
-    return Cell{static_cast<std::int64_t>(std::floor(p.x / cellSize)), static_cast<std::int64_t>(std::floor(p.y / cellSize)),
-                static_cast<std::int64_t>(std::floor(p.z / cellSize))};
-  };
-  std::vector<Vector3D> nearby;
-  auto tooClose = [&](std::uint32_t i) {
-    const Vector3D p = positionOf(i);
-    const Cell centre = cellOf(p);
-    nearby.clear();
-    for (std::int64_t dz = -1; dz <= 1; ++dz)
-      for (std::int64_t dy = -1; dy <= 1; ++dy)
-        for (std::int64_t dx = -1; dx <= 1; ++dx) {
-          const auto found = chosen.find(Cell{centre[0] + dx, centre[1] + dy, centre[2] + dz});
-          if (found != chosen.end()) nearby.insert(nearby.end(), found->second.begin(), found->second.end());
-        }
-    return Mathematics::pointTooCloseToPoints(p, nearby, minDistance);
-  };
-
-  std::size_t scanNext = 0;
-  std::size_t valueNext = 0;
-  for (int round = 0; round < count; ++round) {
-    while (scanNext < values.size() && tooClose(static_cast<std::uint32_t>(scanNext))) ++scanNext;
-    if (scanNext == values.size()) break;  // every voxel is too close to the chosen ones
-    std::uint32_t winner = static_cast<std::uint32_t>(scanNext);
-    if (!std::isnan(values[scanNext])) {
-      // Stops at the latest on the voxel at scanNext, which is eligible and not NaN.
-      while (valueNext < byValue.size() && tooClose(byValue[valueNext])) ++valueNext;
-      if (valueNext < byValue.size()) winner = byValue[valueNext];
-    }
-    const Vector3D p = positionOf(winner);
-    chosen[cellOf(p)].push_back(p);
-    const WorldCoordinates w = worldEmbedding.voxelToWorld(
-        DatasetCoordinates(static_cast<int>(p.x), static_cast<int>(p.y), static_cast<int>(p.z), t, 0));
-    result.emplace_back(w.x, w.y, w.z);
-  }
-  return result;
+  if (count < 1 || !hasData() || t < 0 || t >= size.t) return {};
+  return analysis::spacedMaximumWorldPositions(*this, count, minDistance, t);
 }
 
 double Dataset::boundsCheckedElement(const DatasetCoordinates& c, double outside) {
@@ -957,8 +551,8 @@ double Dataset::planeInterpolatedElement(double x, double y, int z, int t, doubl
   if (method == 0)
     return boundsCheckedElement(DatasetCoordinates(Mathematics::round(x), Mathematics::round(y), z, t, 0), outside);
   if (method != 1) return 0.0;
-  const AxisSamples sx = linearSamples(x);
-  const AxisSamples sy = linearSamples(y);
+  const AxisSamples sx = analysis::linearSamples(x);
+  const AxisSamples sy = analysis::linearSamples(y);
   double result = 0.0;
   for (int j = 0; j < 2; ++j)
     for (int i = 0; i < 2; ++i)
@@ -974,9 +568,9 @@ double Dataset::spaceInterpolatedElement(double x, double y, double z, int t, do
     return boundsCheckedElement(
         DatasetCoordinates(Mathematics::round(x), Mathematics::round(y), Mathematics::round(z), t, 0), outside);
   if (method != 1) return 0.0;
-  const AxisSamples sx = linearSamples(x);
-  const AxisSamples sy = linearSamples(y);
-  const AxisSamples sz = linearSamples(z);
+  const AxisSamples sx = analysis::linearSamples(x);
+  const AxisSamples sy = analysis::linearSamples(y);
+  const AxisSamples sz = analysis::linearSamples(z);
   double result = 0.0;
   for (int k = 0; k < 2; ++k)
     for (int j = 0; j < 2; ++j)
@@ -993,13 +587,13 @@ double Dataset::spaceInterpolatedWorldElement(double x, double y, double z, int 
 
 double Dataset::correlatedElement(const DatasetCoordinates& c, Dataset* other, const DatasetCoordinates& otherC,
                                   double outside) {
-  const TemplateSums sums = sumTemplate(*this, c, other, otherC);
+  const TemplateSums sums = analysis::sumTemplate(*this, c, other, otherC);
   return sums.fits ? sums.dot : outside;
 }
 
 double Dataset::vectorSimilarityElement(const DatasetCoordinates& c, Dataset* other, const DatasetCoordinates& otherC,
                                         double outside) {
-  const TemplateSums sums = sumTemplate(*this, c, other, otherC);
+  const TemplateSums sums = analysis::sumTemplate(*this, c, other, otherC);
   if (!sums.fits || sums.imageSquares == 0.0) return outside;
   const double cosine = sums.dot / std::sqrt(sums.imageSquares);
   const long double pi = std::numbers::pi_v<long double>;
@@ -1008,23 +602,23 @@ double Dataset::vectorSimilarityElement(const DatasetCoordinates& c, Dataset* ot
 
 double Dataset::cosSimilarityElement(const DatasetCoordinates& c, Dataset* other, const DatasetCoordinates& otherC,
                                      double outside) {
-  const TemplateSums sums = sumTemplate(*this, c, other, otherC);
+  const TemplateSums sums = analysis::sumTemplate(*this, c, other, otherC);
   if (!sums.fits) return outside;
   if (Mathematics::areSimilarWithTolerance(sums.imageSquares, 0.0, 1e-7)) return 0.0;
   return (sums.dot / std::sqrt(sums.imageSquares) + 1.0) * 0.5;
 }
 
 Dataset* Dataset::correlate(Dataset* other, const DatasetCoordinates& otherC, double outside) {
-  return measureEverywhere(*this, [&](const DatasetCoordinates& c) { return correlatedElement(c, other, otherC, outside); });
+  return analysis::measureEverywhere(*this, [&](const DatasetCoordinates& c) { return correlatedElement(c, other, otherC, outside); });
 }
 
 Dataset* Dataset::vectorSimilarity(Dataset* other, const DatasetCoordinates& otherC, double outside) {
-  return measureEverywhere(*this,
+  return analysis::measureEverywhere(*this,
                            [&](const DatasetCoordinates& c) { return vectorSimilarityElement(c, other, otherC, outside); });
 }
 
 Dataset* Dataset::cosSimilarity(Dataset* other, const DatasetCoordinates& otherC, double outside) {
-  return measureEverywhere(*this, [&](const DatasetCoordinates& c) { return cosSimilarityElement(c, other, otherC, outside); });
+  return analysis::measureEverywhere(*this, [&](const DatasetCoordinates& c) { return cosSimilarityElement(c, other, otherC, outside); });
 }
 
 WorldBoundingBox Dataset::getMaximumFitWorldAABB() const {
@@ -1064,91 +658,9 @@ double Dataset::voxelCountToVolume(unsigned int count) const {
 }
 
 vtkImageData* Dataset::toImageData(int t, bool withWorldEmbedding) {
-  const int scalarType = scalarTypeOfElementType(elementType);
-  if (scalarType == 0 || !hasData() || t < 0 || t >= size.t) return nullptr;
-  vtkImageData* image = vtkImageData::New();
-  image->SetDimensions(size.x, size.y, size.z);
-  image->AllocateScalars(scalarType, 1);
-  vtkDataArray* scalars = image->GetPointData()->GetScalars();
-  void* block = scalars != nullptr ? scalars->GetVoidPointer(0) : nullptr;
-  if (block == nullptr ||
-      scalars->GetNumberOfTuples() != static_cast<vtkIdType>(size.x) * size.y * size.z) {
-    image->Delete();
-    return nullptr;
-  }
-  if (withWorldEmbedding) {
-    const WorldCoordinates& spacing = worldEmbedding.getVoxelSpacing();
-    const WorldCoordinates& origin = worldEmbedding.getDatasetOrigin();
-    image->SetSpacing(spacing.x, spacing.y, spacing.z);
-    image->SetOrigin(origin.x, origin.y, origin.z);
-  } else {
-    image->SetSpacing(1.0, 1.0, 1.0);
-    image->SetOrigin(0.0, 0.0, 0.0);
-  }
-  const DatasetBoundingBox step(DatasetCoordinates(0, 0, 0, t, 0), DatasetCoordinates(size.x - 1, size.y - 1, size.z - 1, t, 0));
-  dispatchElementType(elementType, [&]<typename T>() {
-    if constexpr (!std::is_same_v<T, long double>) {
-      using Scalar = std::conditional_t<std::is_same_v<T, bool>, signed char, T>;
-      Scalar* next = static_cast<Scalar*>(block);
-      unsigned char value[kElementBufferSize] = {};
-      for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(step); it.valid; incrementCoordinatesIterator(step, it)) {
-        getElementByBuffer(it, value);
-        *next++ = readBufferAs<Scalar, T>(value);
-      }
-    }
-  });
-  return image;
+  return vtkbridge::imageDataOfTimeStep(*this, t, withWorldEmbedding);
 }
 
-void Dataset::fromImageData(vtkImageData* image, int t) {
-  if (image == nullptr || image->GetPointData() == nullptr) return;
-  vtkDataArray* scalars = image->GetPointData()->GetScalars();
-  if (scalars == nullptr) return;
-  const TARVElementType type = elementTypeOfScalarType(scalars->GetDataType());
-  if (type == TARV_ELEMENT_TYPE_NO_TYPE) return;
-
-  // Refuse images whose geometry and scalars disagree (as broken files can give).
-  int dimensions[3] = {0, 0, 0};
-  image->GetDimensions(dimensions);
-  std::int64_t count = 1;
-  for (int k = 0; k < 3; ++k) {
-    if (dimensions[k] < 1 || count >= kElementCountLimit / dimensions[k]) return;
-    count *= dimensions[k];
-  }
-  const int components = scalars->GetNumberOfComponents();
-  const std::size_t valueSize = static_cast<std::size_t>(scalars->GetDataTypeSize());
-  const unsigned char* block = static_cast<const unsigned char*>(scalars->GetVoidPointer(0));
-  if (components < 1 || scalars->GetNumberOfTuples() < count || block == nullptr) return;
-  if (isStorableElementType(type) && valueSize != DatasetMemory::getElementTypeByteSize(type)) return;
-
-  const bool inPlace = hasData() && size.x == dimensions[0] && size.y == dimensions[1] && size.z == dimensions[2] &&
-                       elementType == type && t >= 0 && t < size.t;
-  if (!inPlace)
-    newDataset(DatasetCoordinates(dimensions[0], dimensions[1], dimensions[2], 1, 1), type, DatasetWorldEmbedding());
-
-  double origin[3];
-  double spacing[3];
-  image->GetOrigin(origin);
-  image->GetSpacing(spacing);
-  const double originT = worldEmbedding.getDatasetOrigin().t;
-  const double spacingT = worldEmbedding.getVoxelSpacing().t;
-  worldEmbedding.setDatasetOrigin(WorldCoordinates(origin[0], origin[1], origin[2], originT));
-  worldEmbedding.setVoxelSpacing(WorldCoordinates(spacing[0], spacing[1], spacing[2], spacingT));
-  std::cerr << kNonAxialWarning << std::endl;
-
-  if (hasData() && t >= 0 && t < size.t) {
-    const DatasetBoundingBox step(DatasetCoordinates(0, 0, 0, t, 0),
-                                  DatasetCoordinates(dimensions[0] - 1, dimensions[1] - 1, dimensions[2] - 1, t, 0));
-    const std::size_t stride = valueSize * static_cast<std::size_t>(components);
-    unsigned char value[kElementBufferSize] = {};
-    const unsigned char* next = block;
-    for (DatasetCoordinatesIterator it = getStartCoordinatesIterator(step); it.valid;
-         incrementCoordinatesIterator(step, it), next += stride) {
-      std::memcpy(value, next, valueSize);
-      setElementByBuffer(it, value);
-    }
-  }
-  updateDependingDatasets();
-}
+void Dataset::fromImageData(vtkImageData* image, int t) { vtkbridge::fillTimeStepFromImageData(*this, image, t); }
 
 }  // namespace tarv

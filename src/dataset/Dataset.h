@@ -4,6 +4,7 @@
 #include <list>
 #include <set>
 #include <string>
+#include <typeinfo>
 
 #include "core/DatasetBoundingBox.h"
 #include "core/DatasetCoordinates.h"
@@ -273,7 +274,39 @@ public:
   bool isCachedDataset() const { return isCached; }
   bool isDependentDataset() const { return isDependent; }
 
+  // Whether this object is of one of the library's own classes, not of a caller's subclass. The
+  // library's bulk paths are taken only then: a caller's subclass is always evaluated element by
+  // element, through its own virtual operations.
+  bool isLibraryClass() const;
+
+  // Rows: count consecutive elements along x from first, of one y, z and t, in component 0 of a
+  // one-component dataset. canReadRow answers whether readRow can deliver the row exactly as
+  // getElement<double> would deliver its elements one by one, with the same effect on every
+  // dataset involved; it changes nothing. The base answers for a plain in-memory dataset.
+  virtual bool canReadRow(const DatasetCoordinates& first, int count);
+  // values[i] = the element at first + (i, 0, 0, 0, 0) as double. Only right after canReadRow
+  // answered true.
+  virtual void readRow(const DatasetCoordinates& first, int count, double* values);
+  // readRow, then the last element left in the read buffer, as reading the elements one by one
+  // with getElement<double>(coordinates) leaves it.
+  void readRowAsElements(const DatasetCoordinates& first, int count, double* values);
+  // values[i] = correlatedElement(first + (i, 0, 0, 0, 0), mask, centre, outside), for a plain
+  // in-memory mask, computed from rows of this dataset. With check set, only answers whether that
+  // can be done (reading nothing, changing nothing); without, it must have answered true just before.
+  bool correlateRow(Dataset* mask, const DatasetCoordinates& centre, double outside, const DatasetCoordinates& first,
+                    int count, double* values, bool check);
+
+  // The element block of a plain in-memory dataset (a Dataset or EmptyDataset of the library whose
+  // array memory starts at the origin and holds the whole dataset), elements in memory order:
+  // component fastest, then x, y, z and t; bool packed eight to a byte. Null for any other.
+  const void* getPlainElements() const;
+  void* getPlainElements();
+
 protected:
+  // Names the class under construction (typeName) and marks it as one of the library's own
+  // classes; called by every constructor of the library's classes.
+  void setLibraryClass(const char* name);
+
   // The memory (never null after construction of a complete dataset).
   DatasetMemory* getMemory() const { return memory; }
 
@@ -295,7 +328,9 @@ protected:
   std::set<DependentDataset*> dependingDatasets;
   DcmHeader* dicomTags = nullptr;
 
-  friend class DatasetRowAccess;
+private:
+  // The class of the last library constructor that ran (see isLibraryClass).
+  const std::type_info* libraryClass = nullptr;
 };
 
 }  // namespace tarv

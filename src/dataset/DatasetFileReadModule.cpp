@@ -1,15 +1,17 @@
 #include "dataset/DatasetFileReadModule.h"
 
 #include "dataset/FileReadDataset.h"
+#include "formats/FileStatus.h"
 
 namespace tarv {
 
 DatasetFileReadModule::DatasetFileReadModule() = default;
 
-DatasetFileReadModule::~DatasetFileReadModule() = default;
+DatasetFileReadModule::~DatasetFileReadModule() { formats::clearReadModuleStatus(this); }
 
 bool DatasetFileReadModule::openFile(const std::string& name) {
   closeFile();
+  formats::clearReadModuleStatus(this);
   fileName = name;
   if (open()) {
     fileOpen = true;

@@ -36,7 +36,7 @@ Dataset* GetRawPtr(const DatasetHandle& handle) { return handle.dataset; }
 int tarv_init_dataset() { return 0; }
 
 void tarv_load_dataset_message() {
-  std::cerr << "Tarvex (TARV), Version " << "2.1.0"
+  std::cerr << "Tarvex (TARV), Version " << TARV_VERSION
             << ", Copyright (c) 2026 the tarv developers, all rights reserved"
             << ", Library support:" << " CGAL" << " VTK" << " SSL" << ", built on " << __DATE__ << " at "
             << __TIME__ << std::endl;

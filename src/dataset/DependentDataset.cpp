@@ -7,13 +7,17 @@
 namespace tarv {
 
 DependentDataset::DependentDataset() : ROICachedDataset(true) {
-  typeName = "DependentDataset";
+  setLibraryClass("DependentDataset");
   isDependent = true;
   dynamicallyCached = true;
   inputValid = false;
 }
 
 DependentDataset::~DependentDataset() { removeSourceDatasets(); }
+
+bool DependentDataset::canReadRow(const DatasetCoordinates& first, int count) {
+  return inputValid && ROICachedDataset::canReadRow(first, count);
+}
 
 bool DependentDataset::isInputOk() const {
   if (sourceDatasets.empty()) return false;

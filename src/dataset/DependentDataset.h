@@ -3,6 +3,7 @@
 
 #include <istream>
 #include <list>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -57,12 +58,43 @@ public:
   void setDynamicallyCached(bool value) { dynamicallyCached = value; }
   bool isInputValid() const { return inputValid; }
 
+  // Rows are read only while the input is valid.
+  bool canReadRow(const DatasetCoordinates& first, int count) override;
+
   void buildTempIDListsFromReferences();
   void clearTempIDLists();
   // The temporary source-ID list as read.
   std::list<int> getTempSourceIDList() const { return tempSourceIDList; }
 
 protected:
+  // The bulk path of a point-wise filter, for its calculateRow: the element is formula(v), v being
+  // the element of the same coordinates of the first source as getElement<double> reads it.
+  template <typename Formula>
+  int calculatePointwiseRow(const DatasetCoordinates& first, int count, bool check, Formula formula) {
+    Dataset* source = sourceDatasets.empty() ? nullptr : sourceDatasets.front();
+    if (source == nullptr || !holdsRow(first, count) || !source->canReadRow(first, count)) return 0;
+    if (check) return count;
+    const auto values = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(count));
+    source->readRowAsElements(first, count, values.get());
+    for (int i = 0; i < count; ++i) values[i] = formula(values[i]);
+    storeRow(first, count, values.get());
+    return count;
+  }
+  // The bulk path of a neighbourhood filter, for its calculateRow: the element is formula(v), v
+  // being source->correlatedElement(p, mask, centre, outside).
+  template <typename Formula>
+  int calculateCorrelatedRow(Dataset* source, Dataset* mask, const DatasetCoordinates& centre, double outside,
+                             const DatasetCoordinates& first, int count, bool check, Formula formula) {
+    if (mask == nullptr || source == nullptr || !holdsRow(first, count)) return 0;
+    if (!source->correlateRow(mask, centre, outside, first, count, nullptr, true)) return 0;
+    if (check) return count;
+    const auto values = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(count));
+    source->correlateRow(mask, centre, outside, first, count, values.get(), false);
+    for (int i = 0; i < count; ++i) values[i] = formula(values[i]);
+    storeRow(first, count, values.get());
+    return count;
+  }
+
   // True when the dataset is this one or computed from it (directly or further down).
   bool wouldCloseCycle(const Dataset* source) const;
 

@@ -9,7 +9,7 @@
 namespace tarv {
 
 DirectionFilteredVectorLengthDataset::DirectionFilteredVectorLengthDataset() {
-  typeName = "DirectionFilteredVectorLengthDataset";
+  setLibraryClass("DirectionFilteredVectorLengthDataset");
 }
 
 DirectionFilteredVectorLengthDataset::~DirectionFilteredVectorLengthDataset() = default;

@@ -2,7 +2,7 @@
 
 namespace tarv {
 
-EmptyDataset::EmptyDataset() : Dataset(true) { typeName = "EmptyDataset"; }
+EmptyDataset::EmptyDataset() : Dataset(true) { setLibraryClass("EmptyDataset"); }
 
 EmptyDataset::~EmptyDataset() = default;
 

@@ -7,7 +7,7 @@
 
 namespace tarv {
 
-FileReadDataset::FileReadDataset() : ROICachedDataset(true) { typeName = "FileReadDataset"; }
+FileReadDataset::FileReadDataset() : ROICachedDataset(true) { setLibraryClass("FileReadDataset"); }
 
 FileReadDataset::~FileReadDataset() { resetFileReadModule(); }
 
@@ -50,6 +50,10 @@ bool FileReadDataset::reshapeCacheForCalculation(const DatasetCoordinates& c) {
   const DatasetBoundingBox box = readModule->getReadBlockBox(c);
   if (reshapeCacheToIncludeBox(box)) return true;
   return reshapeCacheToIncludeOnlyElement(c);
+}
+
+bool FileReadDataset::canReadRow(const DatasetCoordinates& first, int count) {
+  return isLibraryClass() && holdsRowInCache(first, count) && readModule != nullptr && readModule->isFileOpen();
 }
 
 bool FileReadDataset::calculateElement(const DatasetCoordinates& c) {

@@ -16,6 +16,9 @@ public:
   ~FileReadDataset() override;
 
   bool calculateElement(const DatasetCoordinates& c) override;
+  // Rows inside the cache of an open file: elements not loaded yet are read as element reads
+  // read them, loading their blocks.
+  bool canReadRow(const DatasetCoordinates& first, int count) override;
   bool reshapeCacheForCalculation(const DatasetCoordinates& c) override;
 
   // Takes ownership; the previous module is closed and deleted first.

@@ -1,19 +1,30 @@
 #include "dataset/GradientDataset.h"
 
-#include <typeinfo>
 
-#include "dataset/DatasetRowAccess.h"
 
 #include <algorithm>
 
 #include "dataset/DatasetCalculations.h"
+#include "filters/ParameterTable.h"
 
 namespace tarv {
 
+namespace {
+
+// Dimensionality and filter size take no part in equivalence.
+using P = GradientDataset::Parameters;
+constexpr filters::ParameterTable entries(
+    filters::uncomparedEntry("GradientDimensionality", &P::gradientDimensionality),
+    filters::entry("GradientDirection", &P::gradientDirection),
+    filters::uncomparedEntry("GradientFilterSize", &P::gradientFilterSize),
+    filters::entry("VoxelGradient", &P::voxelGradient), filters::entry("MarginValue", &P::marginValue));
+
+}  // namespace
+
 GradientDataset::GradientDataset() {
-  typeName = "GradientDataset";
-  setElementRowCalculator(&GradientDataset::calculateRow, typeid(GradientDataset));
-  mask = DatasetCalculations::getGradientCorrelationMask(gradientDimensionality, gradientDirection, gradientFilterSize);
+  setLibraryClass("GradientDataset");
+  mask = DatasetCalculations::getGradientCorrelationMask(parameters.gradientDimensionality, parameters.gradientDirection,
+                                                         parameters.gradientFilterSize);
 }
 
 GradientDataset::~GradientDataset() {
@@ -32,94 +43,75 @@ void GradientDataset::announceAccess(const DatasetBoundingBox& box) {
 }
 
 bool GradientDataset::calculateElement(const DatasetCoordinates& p) {
-  double v = marginValue;
+  const Parameters& q = parameters;
+  double v = q.marginValue;
   if (mask != nullptr && !sourceDatasets.empty())
-    v = sourceDatasets.front()->correlatedElement(p, mask, maskCentre, marginValue);
-  if (!voxelGradient) v = v / worldEmbedding.getVoxelSpacing()[gradientDirection];
+    v = sourceDatasets.front()->correlatedElement(p, mask, maskCentre, q.marginValue);
+  if (!q.voxelGradient) v = v / worldEmbedding.getVoxelSpacing()[q.gradientDirection];
   setElementReference<double>(p, v);
   setElementCacheStatus(p, true);
   return true;
 }
 
-int GradientDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check) {
-  auto& self = static_cast<GradientDataset&>(dataset);
-  if (self.sourceDatasets.empty()) return 0;
-  Dataset* source = self.sourceDatasets.front();
-  if (self.voxelGradient)
-    return DatasetRowAccess::calculateCorrelatedRow(self, source, self.mask, self.maskCentre, self.marginValue, first,
-                                                    count, check, [](double v) { return v; });
-  const double spacing = self.worldEmbedding.getVoxelSpacing()[self.gradientDirection];
-  return DatasetRowAccess::calculateCorrelatedRow(self, source, self.mask, self.maskCentre, self.marginValue, first,
-                                                  count, check, [spacing](double v) { return v / spacing; });
+int GradientDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  if (sourceDatasets.empty()) return 0;
+  Dataset* source = sourceDatasets.front();
+  const Parameters& q = parameters;
+  if (q.voxelGradient)
+    return calculateCorrelatedRow(source, mask, maskCentre, q.marginValue, first, count, check,
+                                  [](double v) { return v; });
+  const double spacing = worldEmbedding.getVoxelSpacing()[q.gradientDirection];
+  return calculateCorrelatedRow(source, mask, maskCentre, q.marginValue, first, count, check,
+                                [spacing](double v) { return v / spacing; });
 }
 
 bool GradientDataset::isDatasetEquivalent(DependentDataset* other) {
-  if (!DependentDataset::isDatasetEquivalent(other)) return false;
-  const auto* o = dynamic_cast<const GradientDataset*>(other);
-  return o != nullptr && gradientDirection == o->gradientDirection && voxelGradient == o->voxelGradient &&
-         marginValue == o->marginValue;
+  return entries.equivalent(*this, other, &GradientDataset::parameters);
 }
 
 TARVElementType GradientDataset::determineElementType() { return TARV_ELEMENT_TYPE_FLOAT; }
 
 bool GradientDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
-  if (name == "GradientDimensionality")
-    tempGradientDimensionality = FileReadWrite::readIntValue(is);
-  else if (name == "GradientDirection")
-    tempGradientDirection = FileReadWrite::readIntValue(is);
-  else if (name == "GradientFilterSize")
-    tempGradientFilterSize = FileReadWrite::readIntValue(is);
-  else if (name == "VoxelGradient")
-    tempVoxelGradient = FileReadWrite::readBoolValue(is);
-  else if (name == "MarginValue")
-    tempMarginValue = FileReadWrite::readDoubleValue(is);
-  else
-    return false;
-  return true;
+  return entries.read(name, is, tempParameters);
 }
 
-void GradientDataset::writeDatasetSpecificValues(std::ostream& os) {
-  FileReadWrite::writeValue(os, "GradientDimensionality", gradientDimensionality);
-  FileReadWrite::writeValue(os, "GradientDirection", gradientDirection);
-  FileReadWrite::writeValue(os, "GradientFilterSize", gradientFilterSize);
-  FileReadWrite::writeValue(os, "VoxelGradient", voxelGradient);
-  FileReadWrite::writeValue(os, "MarginValue", marginValue);
-}
+void GradientDataset::writeDatasetSpecificValues(std::ostream& os) { entries.write(os, parameters); }
 
 void GradientDataset::initializeTempFields() {
   DependentDataset::initializeTempFields();
-  tempGradientDimensionality = 2;
-  tempGradientDirection = 0;
-  tempGradientFilterSize = 3;
-  tempVoxelGradient = false;
-  tempMarginValue = 0.0;
+  tempParameters = Parameters();
 }
 
 void GradientDataset::setParametersFromTempFields() {
-  setParameters(tempGradientDimensionality, tempGradientDirection, tempGradientFilterSize, tempVoxelGradient,
-                tempMarginValue);
+  const Parameters& t = tempParameters;
+  setParameters(t.gradientDimensionality, t.gradientDirection, t.gradientFilterSize, t.voxelGradient, t.marginValue);
 }
 
 void GradientDataset::setParameters(int dimensionality, int direction, int filterSize, bool voxel, double margin) {
-  gradientDimensionality = std::clamp(dimensionality, 2, 3);
-  gradientDirection = direction < 0 ? 0 : direction >= gradientDimensionality ? gradientDimensionality - 1 : direction;
-  gradientFilterSize = filterSize == 3 || filterSize == 5 ? filterSize : 3;
-  voxelGradient = voxel;
+  Parameters& q = parameters;
+  q.gradientDimensionality = std::clamp(dimensionality, 2, 3);
+  q.gradientDirection = direction < 0                               ? 0
+                        : direction >= q.gradientDimensionality ? q.gradientDimensionality - 1
+                                                                    : direction;
+  q.gradientFilterSize = filterSize == 3 || filterSize == 5 ? filterSize : 3;
+  q.voxelGradient = voxel;
   delete mask;
-  mask = DatasetCalculations::getGradientCorrelationMask(gradientDimensionality, gradientDirection, gradientFilterSize);
+  mask = DatasetCalculations::getGradientCorrelationMask(q.gradientDimensionality, q.gradientDirection,
+                                                         q.gradientFilterSize);
   const DatasetCoordinates extent = mask != nullptr ? mask->getSize() : DatasetCoordinates(0, 0, 0, 0, 0);
   maskCentre = DatasetCoordinates(extent.x / 2, extent.y / 2, extent.z / 2, 0, 0);
-  marginValue = margin;
+  q.marginValue = margin;
   resetCache();
 }
 
 void GradientDataset::getParameters(int& dimensionality, int& direction, int& filterSize, bool& voxel,
                                     double& margin) const {
-  dimensionality = gradientDimensionality;
-  direction = gradientDirection;
-  filterSize = gradientFilterSize;
-  voxel = voxelGradient;
-  margin = marginValue;
+  const Parameters& q = parameters;
+  dimensionality = q.gradientDimensionality;
+  direction = q.gradientDirection;
+  filterSize = q.gradientFilterSize;
+  voxel = q.voxelGradient;
+  margin = q.marginValue;
 }
 
 }  // namespace tarv

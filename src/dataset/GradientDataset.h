@@ -21,6 +21,7 @@ public:
   // enlarged by half the mask.
   void announceAccess(const DatasetBoundingBox& box) override;
   bool calculateElement(const DatasetCoordinates& p) override;
+  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   // Compares direction, voxel gradient flag and margin value; dimensionality and filter size
   // take no part.
   bool isDatasetEquivalent(DependentDataset* other) override;
@@ -41,21 +42,20 @@ public:
   Dataset* getMask() const { return mask; }
   DatasetCoordinates getMaskCentre() const { return maskCentre; }
 
+  // The parameters, one field per entry of the description.
+  struct Parameters {
+    int gradientDimensionality = 2;
+    int gradientDirection = 0;
+    int gradientFilterSize = 3;
+    bool voxelGradient = false;
+    double marginValue = 0.0;
+  };
+
 private:
-  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
-  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
-  int gradientDimensionality = 2;
-  int gradientDirection = 0;
-  int gradientFilterSize = 3;
-  bool voxelGradient = false;
-  double marginValue = 0.0;
+  Parameters parameters;
   Dataset* mask = nullptr;
   DatasetCoordinates maskCentre{1, 1, 0, 0, 0};
-  int tempGradientDimensionality = 2;
-  int tempGradientDirection = 0;
-  int tempGradientFilterSize = 3;
-  bool tempVoxelGradient = false;
-  double tempMarginValue = 0.0;
+  Parameters tempParameters;
 };
 
 }  // namespace tarv

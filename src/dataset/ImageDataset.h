@@ -1,6 +1,7 @@
 #ifndef TARV_DATASET_IMAGEDATASET_H
 #define TARV_DATASET_IMAGEDATASET_H
 
+#include "dataset/DatasetMemory.h"
 #include "dataset/DatasetWorldEmbedding.h"
 #include "dataset/ModalityLUT.h"
 
@@ -41,41 +42,28 @@ enum TypeID : int {
 // "null", "bool", "int8_t", ..., "double", "rgb8_t"; "???" for anything else.
 const char* typeIdName(TypeID id);
 
-// The identifier of a voxel type; TYPE_ID_NULL for types images cannot hold.
+// The identifier of a voxel type, from the element type table; TYPE_ID_NULL for types images
+// cannot hold.
 template <typename T>
 constexpr TypeID typeIdOf() {
-  if constexpr (std::is_same_v<T, bool>) return TYPE_ID_BOOL;
-  else if constexpr (std::is_same_v<T, signed char>) return TYPE_ID_INT8;
-  else if constexpr (std::is_same_v<T, unsigned char>) return TYPE_ID_UINT8;
-  else if constexpr (std::is_same_v<T, short>) return TYPE_ID_INT16;
-  else if constexpr (std::is_same_v<T, unsigned short>) return TYPE_ID_UINT16;
-  else if constexpr (std::is_same_v<T, int>) return TYPE_ID_INT32;
-  else if constexpr (std::is_same_v<T, unsigned int>) return TYPE_ID_UINT32;
-  else if constexpr (std::is_same_v<T, long>) return TYPE_ID_INT64;
-  else if constexpr (std::is_same_v<T, unsigned long>) return TYPE_ID_UINT64;
-  else if constexpr (std::is_same_v<T, float>) return TYPE_ID_FLOAT;
-  else if constexpr (std::is_same_v<T, double>) return TYPE_ID_DOUBLE;
-  else return TYPE_ID_NULL;
+  int id = TYPE_ID_NULL;
+  ElementTypeTable::forEach([&]<typename Row>() {
+    if constexpr (std::is_same_v<T, typename Row::type>) id = Row::imageTypeId;
+  });
+  return static_cast<TypeID>(id);
 }
 
 // Calls f.template operator()<T>() with the voxel type T of `id` (bool up to double) and returns
 // its result; false for identifiers without a voxel type (null, RGB, unknown).
 template <typename F>
 bool dispatchTypeId(TypeID id, F&& f) {
-  switch (id) {
-    case TYPE_ID_BOOL: return f.template operator()<bool>();
-    case TYPE_ID_INT8: return f.template operator()<signed char>();
-    case TYPE_ID_UINT8: return f.template operator()<unsigned char>();
-    case TYPE_ID_INT16: return f.template operator()<short>();
-    case TYPE_ID_UINT16: return f.template operator()<unsigned short>();
-    case TYPE_ID_INT32: return f.template operator()<int>();
-    case TYPE_ID_UINT32: return f.template operator()<unsigned int>();
-    case TYPE_ID_INT64: return f.template operator()<long>();
-    case TYPE_ID_UINT64: return f.template operator()<unsigned long>();
-    case TYPE_ID_FLOAT: return f.template operator()<float>();
-    case TYPE_ID_DOUBLE: return f.template operator()<double>();
-    default: return false;
-  }
+  bool result = false;
+  ElementTypeTable::forEach([&]<typename Row>() {
+    if constexpr (Row::imageTypeId != TYPE_ID_NULL) {
+      if (id == Row::imageTypeId) result = f.template operator()<typename Row::type>();
+    }
+  });
+  return result;
 }
 
 // A reference-counted 3D image with its world embedding, two modality tables, the type its data
@@ -273,18 +261,6 @@ TImageDataset<T, 3>::TImageDataset(std::size_t sizeX, std::size_t sizeY, std::si
         pages_.emplace_back(origin, extent);
       }
 }
-
-// Calls X(T) for every voxel type T of image datasets.
-#define TARV_IMAGE_VOXEL_TYPES(X) \
-  X(bool) X(signed char) X(unsigned char) X(short) X(unsigned short) X(int) X(unsigned int) X(long) \
-  X(unsigned long) X(float) X(double)
-
-// Instantiated once, in ImageDataset.cpp.
-#define TARV_IMAGE_EXTERN_TEMPLATES(T) \
-  extern template class Page<T, 3>;    \
-  extern template class TImageDataset<T, 3>;
-TARV_IMAGE_VOXEL_TYPES(TARV_IMAGE_EXTERN_TEMPLATES)
-#undef TARV_IMAGE_EXTERN_TEMPLATES
 
 // Plain tiled TIFF images. Only non-empty signed and unsigned 8-, 16- and 32-bit integer and
 // float images can be written: as classic little-endian TIFF, LZW-compressed, with tiles of the

@@ -1,12 +1,14 @@
 #include "dataset/IntervalPlateauDataset.h"
 
-#include <typeinfo>
-
-#include "dataset/DatasetRowAccess.h"
+#include "filters/ParameterTable.h"
 
 namespace tarv {
 
 namespace {
+
+using P = IntervalPlateauDataset::Parameters;
+constexpr filters::ParameterTable entries(filters::entry("MinimalPlateauValue", &P::minimalPlateauValue),
+                                          filters::entry("MaximalPlateauValue", &P::maximalPlateauValue));
 
 // NaN fails both comparisons and takes the reflection.
 double plateau(double v, double minimal, double maximal) {
@@ -18,8 +20,7 @@ double plateau(double v, double minimal, double maximal) {
 }  // namespace
 
 IntervalPlateauDataset::IntervalPlateauDataset() {
-  typeName = "IntervalPlateauDataset";
-  setElementRowCalculator(&IntervalPlateauDataset::calculateRow, typeid(IntervalPlateauDataset));
+  setLibraryClass("IntervalPlateauDataset");
 }
 
 IntervalPlateauDataset::~IntervalPlateauDataset() = default;
@@ -28,62 +29,47 @@ bool IntervalPlateauDataset::isInputOk() const { return DependentDataset::isInpu
 
 bool IntervalPlateauDataset::calculateElement(const DatasetCoordinates& p) {
   const double v = sourceDatasets.empty() ? 0.0 : sourceDatasets.front()->getElement<double>(p);
-  setElementReference<double>(p, plateau(v, minimalPlateauValue, maximalPlateauValue));
+  setElementReference<double>(p, plateau(v, parameters.minimalPlateauValue, parameters.maximalPlateauValue));
   setElementCacheStatus(p, true);
   return true;
 }
 
-int IntervalPlateauDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count,
-                                         bool check) {
-  auto& self = static_cast<IntervalPlateauDataset&>(dataset);
-  if (self.sourceDatasets.empty()) return 0;
-  const double minimum = self.minimalPlateauValue;
-  const double maximum = self.maximalPlateauValue;
-  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check,
-                                                 [minimum, maximum](double v) { return plateau(v, minimum, maximum); });
+int IntervalPlateauDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  const double minimum = parameters.minimalPlateauValue;
+  const double maximum = parameters.maximalPlateauValue;
+  return calculatePointwiseRow(first, count, check,
+                               [minimum, maximum](double v) { return plateau(v, minimum, maximum); });
 }
 
 bool IntervalPlateauDataset::isDatasetEquivalent(DependentDataset* other) {
-  if (!DependentDataset::isDatasetEquivalent(other)) return false;
-  const auto* o = dynamic_cast<const IntervalPlateauDataset*>(other);
-  return o != nullptr && maximalPlateauValue == o->maximalPlateauValue && minimalPlateauValue == o->minimalPlateauValue;
+  return entries.equivalent(*this, other, &IntervalPlateauDataset::parameters);
 }
 
 TARVElementType IntervalPlateauDataset::determineElementType() { return TARV_ELEMENT_TYPE_FLOAT; }
 
 bool IntervalPlateauDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
-  if (name == "MinimalPlateauValue")
-    tempMinimalPlateauValue = FileReadWrite::readDoubleValue(is);
-  else if (name == "MaximalPlateauValue")
-    tempMaximalPlateauValue = FileReadWrite::readDoubleValue(is);
-  else
-    return false;
-  return true;
+  return entries.read(name, is, tempParameters);
 }
 
-void IntervalPlateauDataset::writeDatasetSpecificValues(std::ostream& os) {
-  FileReadWrite::writeValue(os, "MinimalPlateauValue", minimalPlateauValue);
-  FileReadWrite::writeValue(os, "MaximalPlateauValue", maximalPlateauValue);
-}
+void IntervalPlateauDataset::writeDatasetSpecificValues(std::ostream& os) { entries.write(os, parameters); }
 
 void IntervalPlateauDataset::initializeTempFields() {
   DependentDataset::initializeTempFields();
-  tempMinimalPlateauValue = 1.0;
-  tempMaximalPlateauValue = 100.0;
+  tempParameters = Parameters();
 }
 
 void IntervalPlateauDataset::setParametersFromTempFields() {
-  setParameters(tempMinimalPlateauValue, tempMaximalPlateauValue);
+  setParameters(tempParameters.minimalPlateauValue, tempParameters.maximalPlateauValue);
 }
 
 void IntervalPlateauDataset::getParameters(double& minimal, double& maximal) const {
-  minimal = minimalPlateauValue;
-  maximal = maximalPlateauValue;
+  minimal = parameters.minimalPlateauValue;
+  maximal = parameters.maximalPlateauValue;
 }
 
 void IntervalPlateauDataset::setParameters(double minimal, double maximal) {
-  minimalPlateauValue = minimal;
-  maximalPlateauValue = maximal < minimal ? minimal : maximal;
+  parameters.minimalPlateauValue = minimal;
+  parameters.maximalPlateauValue = maximal < minimal ? minimal : maximal;
   resetCache();
 }
 

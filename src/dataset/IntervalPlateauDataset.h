@@ -14,6 +14,7 @@ public:
 
   bool isInputOk() const override;
   bool calculateElement(const DatasetCoordinates& p) override;
+  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   bool isDatasetEquivalent(DependentDataset* other) override;
   TARVElementType determineElementType() override;
   bool readDatasetSpecificValue(std::string name, std::istream& is) override;
@@ -25,13 +26,15 @@ public:
   // A maximum below the minimum is raised to the minimum.
   void setParameters(double minimalPlateauValue, double maximalPlateauValue);
 
+  // The parameters, one field per entry of the description.
+  struct Parameters {
+    double minimalPlateauValue = 1.0;
+    double maximalPlateauValue = 100.0;
+  };
+
 private:
-  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
-  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
-  double minimalPlateauValue = 1.0;
-  double maximalPlateauValue = 100.0;
-  double tempMinimalPlateauValue = 1.0;
-  double tempMaximalPlateauValue = 100.0;
+  Parameters parameters;
+  Parameters tempParameters;
 };
 
 }  // namespace tarv

@@ -1,14 +1,22 @@
 #include "dataset/IntervalThresholdDataset.h"
 
-#include <typeinfo>
-
-#include "dataset/DatasetRowAccess.h"
+#include "filters/ParameterTable.h"
 
 namespace tarv {
 
+namespace {
+
+using P = IntervalThresholdDataset::Parameters;
+constexpr filters::ParameterTable entries(
+    filters::entry("MinimalForegroundThresholdValue", &P::minimalForegroundThresholdValue),
+    filters::entry("MaximalForegroundThresholdValue", &P::maximalForegroundThresholdValue),
+    filters::entry("ForegroundValue", &P::foregroundValue), filters::entry("BackgroundValue", &P::backgroundValue),
+    filters::entry("SetForeground", &P::setForeground), filters::entry("SetBackground", &P::setBackground));
+
+}  // namespace
+
 IntervalThresholdDataset::IntervalThresholdDataset() {
-  typeName = "IntervalThresholdDataset";
-  setElementRowCalculator(&IntervalThresholdDataset::calculateRow, typeid(IntervalThresholdDataset));
+  setLibraryClass("IntervalThresholdDataset");
 }
 
 IntervalThresholdDataset::~IntervalThresholdDataset() = default;
@@ -22,13 +30,9 @@ bool IntervalThresholdDataset::calculateElement(const DatasetCoordinates& p) {
   return true;
 }
 
-int IntervalThresholdDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count,
-                                           bool check) {
-  auto& self = static_cast<IntervalThresholdDataset&>(dataset);
-  if (self.sourceDatasets.empty()) return 0;
-  const Parameters q = self.parameters;
-  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check,
-                                                 [q](double v) { return q.threshold(v); });
+int IntervalThresholdDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  const Parameters q = parameters;
+  return calculatePointwiseRow(first, count, check, [q](double v) { return q.threshold(v); });
 }
 
 double IntervalThresholdDataset::Parameters::threshold(double v) const {
@@ -39,47 +43,16 @@ double IntervalThresholdDataset::Parameters::threshold(double v) const {
 }
 
 bool IntervalThresholdDataset::isDatasetEquivalent(DependentDataset* other) {
-  if (!DependentDataset::isDatasetEquivalent(other)) return false;
-  const auto* o = dynamic_cast<const IntervalThresholdDataset*>(other);
-  if (o == nullptr) return false;
-  const Parameters& a = parameters;
-  const Parameters& b = o->parameters;
-  return a.minimalForegroundThresholdValue == b.minimalForegroundThresholdValue &&
-         a.maximalForegroundThresholdValue == b.maximalForegroundThresholdValue &&
-         a.foregroundValue == b.foregroundValue && a.backgroundValue == b.backgroundValue &&
-         a.setForeground == b.setForeground && a.setBackground == b.setBackground;
+  return entries.equivalent(*this, other, &IntervalThresholdDataset::parameters);
 }
 
 TARVElementType IntervalThresholdDataset::determineElementType() { return TARV_ELEMENT_TYPE_FLOAT; }
 
 bool IntervalThresholdDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
-  Parameters& t = tempParameters;
-  if (name == "MinimalForegroundThresholdValue")
-    t.minimalForegroundThresholdValue = FileReadWrite::readDoubleValue(is);
-  else if (name == "MaximalForegroundThresholdValue")
-    t.maximalForegroundThresholdValue = FileReadWrite::readDoubleValue(is);
-  else if (name == "ForegroundValue")
-    t.foregroundValue = FileReadWrite::readDoubleValue(is);
-  else if (name == "BackgroundValue")
-    t.backgroundValue = FileReadWrite::readDoubleValue(is);
-  else if (name == "SetForeground")
-    t.setForeground = FileReadWrite::readBoolValue(is);
-  else if (name == "SetBackground")
-    t.setBackground = FileReadWrite::readBoolValue(is);
-  else
-    return false;
-  return true;
+  return entries.read(name, is, tempParameters);
 }
 
-void IntervalThresholdDataset::writeDatasetSpecificValues(std::ostream& os) {
-  const Parameters& q = parameters;
-  FileReadWrite::writeValue(os, "MinimalForegroundThresholdValue", q.minimalForegroundThresholdValue);
-  FileReadWrite::writeValue(os, "MaximalForegroundThresholdValue", q.maximalForegroundThresholdValue);
-  FileReadWrite::writeValue(os, "ForegroundValue", q.foregroundValue);
-  FileReadWrite::writeValue(os, "BackgroundValue", q.backgroundValue);
-  FileReadWrite::writeValue(os, "SetForeground", q.setForeground);
-  FileReadWrite::writeValue(os, "SetBackground", q.setBackground);
-}
+void IntervalThresholdDataset::writeDatasetSpecificValues(std::ostream& os) { entries.write(os, parameters); }
 
 void IntervalThresholdDataset::initializeTempFields() {
   DependentDataset::initializeTempFields();

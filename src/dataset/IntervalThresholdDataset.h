@@ -15,6 +15,7 @@ public:
 
   bool isInputOk() const override;
   bool calculateElement(const DatasetCoordinates& p) override;
+  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   bool isDatasetEquivalent(DependentDataset* other) override;
   TARVElementType determineElementType() override;
   bool readDatasetSpecificValue(std::string name, std::istream& is) override;
@@ -28,9 +29,7 @@ public:
   void setParameters(double minimalForegroundThresholdValue, double maximalForegroundThresholdValue,
                      double foregroundValue, double backgroundValue, bool setForeground, bool setBackground);
 
-private:
-  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
-  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
+  // The parameters, one field per entry of the description.
   struct Parameters {
     double minimalForegroundThresholdValue = 1.0;
     double maximalForegroundThresholdValue = 100.0;
@@ -42,6 +41,8 @@ private:
     // each only when its flag is set, else v itself.
     double threshold(double v) const;
   };
+
+private:
   Parameters parameters;
   Parameters tempParameters;
 };

@@ -12,6 +12,8 @@
 
 #include <string>
 
+#include "formats/FileStatus.h"
+
 namespace tarv {
 
 namespace {
@@ -19,15 +21,23 @@ namespace {
 struct DecodingErrors {
   jpeg_error_mgr manager;
   std::jmp_buf stop;
+  char reason[JMSG_LENGTH_MAX];
 };
 
-void stopDecoding(j_common_ptr info) { std::longjmp(reinterpret_cast<DecodingErrors*>(info->err)->stop, 1); }
+// Keeps the message (the first warning's, or the error's) as the reason.
+void keepMessage(j_common_ptr info) {
+  auto* errors = reinterpret_cast<DecodingErrors*>(info->err);
+  (*info->err->format_message)(info, errors->reason);
+}
 
-void ignoreMessage(j_common_ptr) {}
+void stopDecoding(j_common_ptr info) {
+  keepMessage(info);
+  std::longjmp(reinterpret_cast<DecodingErrors*>(info->err)->stop, 1);
+}
 
-// Decodes the whole file scanline by scanline. Only plain C objects live here, as errors
-// arrive by longjmp.
-bool decodesCleanly(const char* fileName) {
+// Decodes the whole file scanline by scanline; reason (JMSG_LENGTH_MAX bytes) gets libjpeg's
+// message when that fails. Only plain C objects live here, as errors arrive by longjmp.
+bool decodesCleanly(const char* fileName, char* reason) {
   std::FILE* file = std::fopen(fileName, "rb");
   if (file == nullptr) return false;
   jpeg_decompress_struct info;
@@ -35,7 +45,8 @@ bool decodesCleanly(const char* fileName) {
   DecodingErrors errors;
   info.err = jpeg_std_error(&errors.manager);
   errors.manager.error_exit = stopDecoding;
-  errors.manager.output_message = ignoreMessage;
+  errors.manager.output_message = keepMessage;
+  std::snprintf(errors.reason, sizeof errors.reason, "%s", reason);
   unsigned char* volatile row = nullptr;
   volatile bool decoded = false;
   if (setjmp(errors.stop) == 0) {
@@ -43,6 +54,8 @@ bool decodesCleanly(const char* fileName) {
     jpeg_stdio_src(&info, file);
     jpeg_read_header(&info, TRUE);
     const double pixels = static_cast<double>(info.image_width) * info.image_height;
+    if (pixels < 1.0 || pixels >= 2147483648.0)
+      std::snprintf(errors.reason, sizeof errors.reason, "images of 2^31 pixels or more cannot be read");
     if (pixels >= 1.0 && pixels < 2147483648.0) {
       jpeg_start_decompress(&info);
       row = static_cast<unsigned char*>(std::malloc(static_cast<std::size_t>(info.output_width) * info.output_components));
@@ -57,6 +70,7 @@ bool decodesCleanly(const char* fileName) {
     }
   }
   std::free(row);
+  std::snprintf(reason, JMSG_LENGTH_MAX, "%s", errors.reason);
   jpeg_destroy_decompress(&info);
   std::fclose(file);
   return decoded;
@@ -73,9 +87,17 @@ JPEGDatasetFileReadWrite::JPEGDatasetFileReadWrite(vtkJPEGReader* reader, vtkJPE
   jpegWriter->SetQuality(100);
 }
 
-void JPEGDatasetFileReadWrite::read(Dataset* dataset, int t) {
-  if (dataset == nullptr || !decodesCleanly(getFileName().c_str())) return;
-  VTKWrapperDatasetFileReadWrite::read(dataset, t);
+void JPEGDatasetFileReadWrite::read(Dataset* dataset, int t) { (void)formats::readJpegFile(*this, dataset, t); }
+
+Status formats::readJpegFile(JPEGDatasetFileReadWrite& file, Dataset* dataset, int t) {
+  if (dataset == nullptr) return invalidArgumentError("no dataset to read into");
+  const std::string name = file.getFileName();
+  char reason[JMSG_LENGTH_MAX] = "not a JPEG file";
+  if (!decodesCleanly(name.c_str(), reason)) {
+    Status readable = checkReadableFile(name);
+    return readable.ok() ? corruptError(std::string("not a readable JPEG file: ") + reason) : readable;
+  }
+  return readThroughVtkReader(file, dataset, t);
 }
 
 void JPEGDatasetFileReadWrite::setQuality(int quality) { jpegWriter->SetQuality(quality); }

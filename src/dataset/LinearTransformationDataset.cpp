@@ -1,12 +1,13 @@
 #include "dataset/LinearTransformationDataset.h"
 
-#include <typeinfo>
-
-#include "dataset/DatasetRowAccess.h"
+#include "filters/ParameterTable.h"
 
 namespace tarv {
 
 namespace {
+
+using P = LinearTransformationDataset::Parameters;
+constexpr filters::ParameterTable entries(filters::entry("Factor", &P::factor), filters::entry("Summand", &P::summand));
 
 double transform(double v, double factor, double summand) {
   const double product = v * factor;
@@ -16,8 +17,7 @@ double transform(double v, double factor, double summand) {
 }  // namespace
 
 LinearTransformationDataset::LinearTransformationDataset() {
-  typeName = "LinearTransformationDataset";
-  setElementRowCalculator(&LinearTransformationDataset::calculateRow, typeid(LinearTransformationDataset));
+  setLibraryClass("LinearTransformationDataset");
 }
 
 LinearTransformationDataset::~LinearTransformationDataset() = default;
@@ -28,60 +28,46 @@ bool LinearTransformationDataset::isInputOk() const {
 
 bool LinearTransformationDataset::calculateElement(const DatasetCoordinates& p) {
   const double v = sourceDatasets.empty() ? 0.0 : sourceDatasets.front()->getElement<double>(p);
-  setElementReference<double>(p, transform(v, factor, summand));
+  setElementReference<double>(p, transform(v, parameters.factor, parameters.summand));
   setElementCacheStatus(p, true);
   return true;
 }
 
-int LinearTransformationDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count,
-                                              bool check) {
-  auto& self = static_cast<LinearTransformationDataset&>(dataset);
-  if (self.sourceDatasets.empty()) return 0;
-  const double factor = self.factor;
-  const double summand = self.summand;
-  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check,
-                                                 [factor, summand](double v) { return transform(v, factor, summand); });
+int LinearTransformationDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  const double f = parameters.factor;
+  const double s = parameters.summand;
+  return calculatePointwiseRow(first, count, check, [f, s](double v) { return transform(v, f, s); });
 }
 
 bool LinearTransformationDataset::isDatasetEquivalent(DependentDataset* other) {
-  if (!DependentDataset::isDatasetEquivalent(other)) return false;
-  const auto* o = dynamic_cast<const LinearTransformationDataset*>(other);
-  return o != nullptr && summand == o->summand && factor == o->factor;
+  return entries.equivalent(*this, other, &LinearTransformationDataset::parameters);
 }
 
 TARVElementType LinearTransformationDataset::determineElementType() { return TARV_ELEMENT_TYPE_FLOAT; }
 
 bool LinearTransformationDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
-  if (name == "Factor")
-    tempFactor = FileReadWrite::readDoubleValue(is);
-  else if (name == "Summand")
-    tempSummand = FileReadWrite::readDoubleValue(is);
-  else
-    return false;
-  return true;
+  return entries.read(name, is, tempParameters);
 }
 
-void LinearTransformationDataset::writeDatasetSpecificValues(std::ostream& os) {
-  FileReadWrite::writeValue(os, "Factor", factor);
-  FileReadWrite::writeValue(os, "Summand", summand);
-}
+void LinearTransformationDataset::writeDatasetSpecificValues(std::ostream& os) { entries.write(os, parameters); }
 
 void LinearTransformationDataset::initializeTempFields() {
   DependentDataset::initializeTempFields();
-  tempFactor = 1.0;
-  tempSummand = 0.0;
+  tempParameters = Parameters();
 }
 
-void LinearTransformationDataset::setParametersFromTempFields() { setParameters(tempFactor, tempSummand); }
+void LinearTransformationDataset::setParametersFromTempFields() {
+  setParameters(tempParameters.factor, tempParameters.summand);
+}
 
 void LinearTransformationDataset::getParameters(double& f, double& s) const {
-  f = factor;
-  s = summand;
+  f = parameters.factor;
+  s = parameters.summand;
 }
 
 void LinearTransformationDataset::setParameters(double f, double s) {
-  factor = f;
-  summand = s;
+  parameters.factor = f;
+  parameters.summand = s;
   resetCache();
 }
 

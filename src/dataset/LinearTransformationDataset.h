@@ -13,6 +13,7 @@ public:
 
   bool isInputOk() const override;
   bool calculateElement(const DatasetCoordinates& p) override;
+  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   bool isDatasetEquivalent(DependentDataset* other) override;
   TARVElementType determineElementType() override;
   bool readDatasetSpecificValue(std::string name, std::istream& is) override;
@@ -23,13 +24,15 @@ public:
   void getParameters(double& factor, double& summand) const;
   void setParameters(double factor, double summand);
 
+  // The parameters, one field per entry of the description.
+  struct Parameters {
+    double factor = 1.0;
+    double summand = 0.0;
+  };
+
 private:
-  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
-  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
-  double factor = 1.0;
-  double summand = 0.0;
-  double tempFactor = 1.0;
-  double tempSummand = 0.0;
+  Parameters parameters;
+  Parameters tempParameters;
 };
 
 }  // namespace tarv

@@ -14,7 +14,7 @@ const DatasetCoordinates kNone(-1, -1, -1, -1, -1);
 }  // namespace
 
 ROICachedDataset::ROICachedDataset(bool createCache) : CachedDataset(createCache) {
-  typeName = "ROICachedDataset";
+  setLibraryClass("ROICachedDataset");
   if (!createCache) {
     cacheSize = DatasetCoordinates();
     roi = DatasetBoundingBox();

@@ -3,7 +3,7 @@
 namespace tarv {
 
 ROICachedExternalDataset::ROICachedExternalDataset() : ROICachedDataset(true) {
-  typeName = "ROICachedExternalDataset";
+  setLibraryClass("ROICachedExternalDataset");
 }
 
 ROICachedExternalDataset::~ROICachedExternalDataset() { resetCalculationModule(); }

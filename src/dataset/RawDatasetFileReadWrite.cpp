@@ -1,14 +1,19 @@
 #include "dataset/RawDatasetFileReadWrite.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <limits>
+#include <string>
 #include <type_traits>
 #include <vector>
 
 #include "dataset/ByteOrder.h"
+#include "elementtypes/ElementTypeNames.h"
+#include "formats/FileStatus.h"
 
 namespace tarv {
 
@@ -45,6 +50,18 @@ std::uint64_t elementCountOf(const DatasetCoordinates& size) {
   return count;
 }
 
+// Negative filler sizes become 0 in the object itself, for later calls too.
+void correctNegativeFillerSizes(RawDatasetFileReadWrite& file) {
+  file.headerSize = std::max(file.headerSize, 0);
+  file.trailerSize = std::max(file.trailerSize, 0);
+  file.elementPrefixSize = std::max(file.elementPrefixSize, 0);
+  file.elementSuffixSize = std::max(file.elementSuffixSize, 0);
+}
+
+Status unsupportedElementType(TARVElementType type) {
+  return unsupportedError("raw files cannot store elements of type " + std::to_string(static_cast<int>(type)));
+}
+
 }  // namespace
 
 unsigned int RawDatasetFileReadWrite::getStoredElementSize(TARVElementType type) {
@@ -53,33 +70,26 @@ unsigned int RawDatasetFileReadWrite::getStoredElementSize(TARVElementType type)
   return bytes;
 }
 
-void RawDatasetFileReadWrite::correctNegativeFillerSizes() {
-  headerSize = std::max(headerSize, 0);
-  trailerSize = std::max(trailerSize, 0);
-  elementPrefixSize = std::max(elementPrefixSize, 0);
-  elementSuffixSize = std::max(elementSuffixSize, 0);
-}
+void RawDatasetFileReadWrite::read(Dataset* dataset) { (void)formats::readRawFile(*this, dataset); }
 
-void RawDatasetFileReadWrite::read(Dataset* dataset) {
-  if (dataset == nullptr || !dataset->hasData()) return;
-  std::ifstream stream(fileName, std::ios::binary);
-  if (!stream.is_open()) return;
-  correctNegativeFillerSizes();
-  const std::size_t elementSize = getStoredElementSize(elementType);
-  if (elementSize == 0) return;
+Status formats::readRawFile(RawDatasetFileReadWrite& file, Dataset* dataset) {
+  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no shaped dataset to read into");
+  std::ifstream stream(file.fileName, std::ios::binary);
+  if (Status opened = checkOpenedForReading(stream.is_open(), file.fileName); !opened.ok()) return opened;
+  correctNegativeFillerSizes(file);
+  const TARVElementType elementType = file.elementType;
+  const bool byteSwap = file.byteSwap;
+  const int headerSize = file.headerSize;
+  const int elementPrefixSize = file.elementPrefixSize;
+  const int elementSuffixSize = file.elementSuffixSize;
+  const std::size_t elementSize = RawDatasetFileReadWrite::getStoredElementSize(elementType);
+  if (elementSize == 0) return unsupportedElementType(elementType);
 
-  stream.seekg(0, std::ios::end);
-  const std::streamoff fileSize = stream.tellg();
   const DatasetCoordinates size = dataset->getSize();
+  if (Status layout = checkRawFileSize(file, size); !layout.ok()) return layout;
   const std::uint64_t total = elementCountOf(size);
   const std::uint64_t stride = elementSize + static_cast<std::uint64_t>(elementPrefixSize) +
                                static_cast<std::uint64_t>(elementSuffixSize);
-  const std::uint64_t expected =
-      static_cast<std::uint64_t>(headerSize) + static_cast<std::uint64_t>(trailerSize) + total * stride;
-  // The size check is done in 32-bit arithmetic: larger files are refused.
-  if (fileSize < 0 || expected > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()) ||
-      static_cast<std::uint64_t>(fileSize) != expected)
-    return;
   stream.seekg(headerSize, std::ios::beg);
 
   // Runs of elements, fillers included, are read in one call each; elements with very large
@@ -87,9 +97,9 @@ void RawDatasetFileReadWrite::read(Dataset* dataset) {
   const bool gather = stride <= kChunkBytes;
   const std::uint64_t perChunk = gather ? std::clamp<std::uint64_t>(kChunkBytes / stride, 1, total) : 1;
   std::vector<unsigned char> chunk(static_cast<std::size_t>(gather ? perChunk * stride : elementSize));
+  bool ok = true;
   dispatchElementType(elementType, [&]<typename T>() {
     const unsigned char* element = nullptr;
-    bool ok = true;
     forEachElement(size, [&](const DatasetCoordinates& p, std::uint64_t n) {
       if (!ok) return;
       if (!gather) {
@@ -116,15 +126,47 @@ void RawDatasetFileReadWrite::read(Dataset* dataset) {
       if (gather) element += stride;
     });
   });
+  if (!ok) return ioError("cannot read the elements (the file ends early or cannot be read)");
+  return okStatus();
 }
 
-void RawDatasetFileReadWrite::write(Dataset* dataset) {
-  if (dataset == nullptr || !dataset->hasData()) return;
-  std::ofstream stream(fileName, std::ios::binary | std::ios::trunc);
-  if (!stream.is_open()) return;
-  correctNegativeFillerSizes();
-  const std::size_t elementSize = getStoredElementSize(elementType);
-  if (elementSize == 0) return;
+Status formats::checkRawFileSize(const RawDatasetFileReadWrite& file, const DatasetCoordinates& size) {
+  const std::size_t elementSize = RawDatasetFileReadWrite::getStoredElementSize(file.elementType);
+  if (elementSize == 0) return unsupportedElementType(file.elementType);
+  std::error_code error;
+  const std::uintmax_t fileSize = std::filesystem::file_size(file.fileName, error);
+  if (error) return ioError("cannot find the size of the file: " + error.message());
+  const std::uint64_t stride = elementSize + static_cast<std::uint64_t>(std::max(file.elementPrefixSize, 0)) +
+                               static_cast<std::uint64_t>(std::max(file.elementSuffixSize, 0));
+  const std::uint64_t expected = static_cast<std::uint64_t>(std::max(file.headerSize, 0)) +
+                                 static_cast<std::uint64_t>(std::max(file.trailerSize, 0)) +
+                                 elementCountOf(size) * stride;
+  // The size check is done in 32-bit arithmetic: larger files are refused.
+  if (expected > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()))
+    return unsupportedError("raw files of 2 GiB or more cannot be read (the layout describes " +
+                            std::to_string(expected) + " bytes)");
+  if (fileSize != expected)
+    return invalidArgumentError("the file is " + std::to_string(fileSize) + " bytes but the raw layout (" +
+                                sizeText(size) + " elements of " + elementTypeName(file.elementType) +
+                                ") describes " + std::to_string(expected));
+  return okStatus();
+}
+
+void RawDatasetFileReadWrite::write(Dataset* dataset) { (void)formats::writeRawFile(*this, dataset); }
+
+Status formats::writeRawFile(RawDatasetFileReadWrite& file, Dataset* dataset) {
+  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no data to write");
+  std::ofstream stream(file.fileName, std::ios::binary | std::ios::trunc);
+  if (!stream.is_open()) return openForWritingFailure(file.fileName);
+  correctNegativeFillerSizes(file);
+  const TARVElementType elementType = file.elementType;
+  const bool byteSwap = file.byteSwap;
+  const int headerSize = file.headerSize;
+  const int trailerSize = file.trailerSize;
+  const int elementPrefixSize = file.elementPrefixSize;
+  const int elementSuffixSize = file.elementSuffixSize;
+  const std::size_t elementSize = RawDatasetFileReadWrite::getStoredElementSize(elementType);
+  if (elementSize == 0) return unsupportedElementType(elementType);
 
   writeZeros(stream, static_cast<std::uint64_t>(headerSize));
   const DatasetCoordinates size = dataset->getSize();
@@ -164,6 +206,9 @@ void RawDatasetFileReadWrite::write(Dataset* dataset) {
     });
   });
   writeZeros(stream, static_cast<std::uint64_t>(trailerSize));
+  stream.close();
+  if (stream.fail()) return ioError("writing failed: " + std::string(std::strerror(errno)));
+  return okStatus();
 }
 
 }  // namespace tarv

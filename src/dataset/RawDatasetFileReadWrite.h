@@ -30,9 +30,6 @@ public:
 
   // Bytes of one stored element of the type (0 for a type that cannot be stored).
   static unsigned int getStoredElementSize(TARVElementType type);
-
-private:
-  void correctNegativeFillerSizes();
 };
 
 }  // namespace tarv

@@ -1,14 +1,23 @@
 #include "dataset/ScaleDataset.h"
 
-#include <typeinfo>
-
-#include "dataset/DatasetRowAccess.h"
+#include "filters/ParameterTable.h"
 
 namespace tarv {
 
+namespace {
+
+// The calculate flag takes no part in equivalence.
+using P = ScaleDataset::Parameters;
+constexpr filters::ParameterTable entries(
+    filters::entry("MinimalValue", &P::minimalValue), filters::entry("MaximalValue", &P::maximalValue),
+    filters::entry("SourceMinimalValue", &P::sourceMinimalValue),
+    filters::entry("SourceMaximalValue", &P::sourceMaximalValue),
+    filters::uncomparedEntry("CalculateSourceMinimalMaximalValues", &P::calculateSourceMinimalMaximalValues));
+
+}  // namespace
+
 ScaleDataset::ScaleDataset() {
-  typeName = "ScaleDataset";
-  setElementRowCalculator(&ScaleDataset::calculateRow, typeid(ScaleDataset));
+  setLibraryClass("ScaleDataset");
 }
 
 ScaleDataset::~ScaleDataset() = default;
@@ -22,12 +31,9 @@ bool ScaleDataset::calculateElement(const DatasetCoordinates& p) {
   return true;
 }
 
-int ScaleDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check) {
-  auto& self = static_cast<ScaleDataset&>(dataset);
-  if (self.sourceDatasets.empty()) return 0;
-  const Parameters q = self.parameters;
-  return DatasetRowAccess::calculatePointwiseRow(self, self.sourceDatasets.front(), first, count, check,
-                                                 [q](double v) { return q.scale(v); });
+int ScaleDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  const Parameters q = parameters;
+  return calculatePointwiseRow(first, count, check, [q](double v) { return q.scale(v); });
 }
 
 double ScaleDataset::Parameters::scale(double v) const {
@@ -37,42 +43,16 @@ double ScaleDataset::Parameters::scale(double v) const {
 }
 
 bool ScaleDataset::isDatasetEquivalent(DependentDataset* other) {
-  if (!DependentDataset::isDatasetEquivalent(other)) return false;
-  const auto* o = dynamic_cast<const ScaleDataset*>(other);
-  if (o == nullptr) return false;
-  const Parameters& a = parameters;
-  const Parameters& b = o->parameters;
-  return a.maximalValue == b.maximalValue && a.minimalValue == b.minimalValue &&
-         a.sourceMinimalValue == b.sourceMinimalValue && a.sourceMaximalValue == b.sourceMaximalValue;
+  return entries.equivalent(*this, other, &ScaleDataset::parameters);
 }
 
 TARVElementType ScaleDataset::determineElementType() { return TARV_ELEMENT_TYPE_FLOAT; }
 
 bool ScaleDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
-  Parameters& t = tempParameters;
-  if (name == "MinimalValue")
-    t.minimalValue = FileReadWrite::readDoubleValue(is);
-  else if (name == "MaximalValue")
-    t.maximalValue = FileReadWrite::readDoubleValue(is);
-  else if (name == "SourceMinimalValue")
-    t.sourceMinimalValue = FileReadWrite::readDoubleValue(is);
-  else if (name == "SourceMaximalValue")
-    t.sourceMaximalValue = FileReadWrite::readDoubleValue(is);
-  else if (name == "CalculateSourceMinimalMaximalValues")
-    t.calculateSourceMinimalMaximalValues = FileReadWrite::readBoolValue(is);
-  else
-    return false;
-  return true;
+  return entries.read(name, is, tempParameters);
 }
 
-void ScaleDataset::writeDatasetSpecificValues(std::ostream& os) {
-  const Parameters& q = parameters;
-  FileReadWrite::writeValue(os, "MinimalValue", q.minimalValue);
-  FileReadWrite::writeValue(os, "MaximalValue", q.maximalValue);
-  FileReadWrite::writeValue(os, "SourceMinimalValue", q.sourceMinimalValue);
-  FileReadWrite::writeValue(os, "SourceMaximalValue", q.sourceMaximalValue);
-  FileReadWrite::writeValue(os, "CalculateSourceMinimalMaximalValues", q.calculateSourceMinimalMaximalValues);
-}
+void ScaleDataset::writeDatasetSpecificValues(std::ostream& os) { entries.write(os, parameters); }
 
 void ScaleDataset::checkParametersRegardingTheSourceDatasets() {
   Parameters& q = parameters;

@@ -15,6 +15,7 @@ public:
 
   bool isInputOk() const override;
   bool calculateElement(const DatasetCoordinates& p) override;
+  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   // Compares the four range bounds; the calculate flag takes no part.
   bool isDatasetEquivalent(DependentDataset* other) override;
   TARVElementType determineElementType() override;
@@ -32,9 +33,7 @@ public:
   void setParameters(double minimalValue, double maximalValue, bool calculateSourceMinimalMaximalValues,
                      double sourceMinimalValue, double sourceMaximalValue);
 
-private:
-  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
-  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
+  // The parameters, one field per entry of the description.
   struct Parameters {
     double minimalValue = 0.0;
     double maximalValue = 1.0;
@@ -44,6 +43,8 @@ private:
     // The value v maps to: the source range stretched onto [minimalValue, maximalValue].
     double scale(double v) const;
   };
+
+private:
   Parameters parameters;
   Parameters tempParameters;
 };

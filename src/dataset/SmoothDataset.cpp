@@ -1,12 +1,11 @@
 #include "dataset/SmoothDataset.h"
 
-#include <typeinfo>
 
-#include "dataset/DatasetRowAccess.h"
 
 #include <algorithm>
 
 #include "dataset/DatasetCalculations.h"
+#include "filters/ParameterTable.h"
 
 namespace tarv {
 
@@ -14,12 +13,18 @@ namespace {
 
 int clampKernelSize(int size) { return std::clamp(size, 1, DatasetCalculations::maximalBinomialKernelSize); }
 
+using P = SmoothDataset::Parameters;
+constexpr filters::ParameterTable entries(filters::entry("KernelXSize", &P::kernelXSize),
+                                          filters::entry("KernelYSize", &P::kernelYSize),
+                                          filters::entry("KernelZSize", &P::kernelZSize),
+                                          filters::entry("MarginValue", &P::marginValue));
+
 }  // namespace
 
 SmoothDataset::SmoothDataset() {
-  typeName = "SmoothDataset";
-  setElementRowCalculator(&SmoothDataset::calculateRow, typeid(SmoothDataset));
-  mask = DatasetCalculations::getBinomialKernelMask(kernelXSize, kernelYSize, kernelZSize);
+  setLibraryClass("SmoothDataset");
+  mask = DatasetCalculations::getBinomialKernelMask(parameters.kernelXSize, parameters.kernelYSize,
+                                                     parameters.kernelZSize);
 }
 
 SmoothDataset::~SmoothDataset() {
@@ -38,82 +43,62 @@ void SmoothDataset::announceAccess(const DatasetBoundingBox& box) {
 }
 
 bool SmoothDataset::calculateElement(const DatasetCoordinates& p) {
-  double v = marginValue;
+  double v = parameters.marginValue;
   if (mask != nullptr && !sourceDatasets.empty())
-    v = sourceDatasets.front()->correlatedElement(p, mask, maskCentre, marginValue);
+    v = sourceDatasets.front()->correlatedElement(p, mask, maskCentre, parameters.marginValue);
   setElementReference<double>(p, v);
   setElementCacheStatus(p, true);
   return true;
 }
 
-int SmoothDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check) {
-  auto& self = static_cast<SmoothDataset&>(dataset);
-  if (self.sourceDatasets.empty()) return 0;
-  return DatasetRowAccess::calculateCorrelatedRow(self, self.sourceDatasets.front(), self.mask, self.maskCentre,
-                                                  self.marginValue, first, count, check, [](double v) { return v; });
+int SmoothDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  if (sourceDatasets.empty()) return 0;
+  return calculateCorrelatedRow(sourceDatasets.front(), mask, maskCentre, parameters.marginValue, first, count, check,
+                                [](double v) { return v; });
 }
 
 bool SmoothDataset::isDatasetEquivalent(DependentDataset* other) {
-  if (!DependentDataset::isDatasetEquivalent(other)) return false;
-  const auto* o = dynamic_cast<const SmoothDataset*>(other);
-  return o != nullptr && kernelXSize == o->kernelXSize && kernelYSize == o->kernelYSize &&
-         kernelZSize == o->kernelZSize && marginValue == o->marginValue;
+  return entries.equivalent(*this, other, &SmoothDataset::parameters);
 }
 
 TARVElementType SmoothDataset::determineElementType() { return TARV_ELEMENT_TYPE_FLOAT; }
 
 bool SmoothDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
-  if (name == "KernelXSize")
-    tempKernelXSize = FileReadWrite::readIntValue(is);
-  else if (name == "KernelYSize")
-    tempKernelYSize = FileReadWrite::readIntValue(is);
-  else if (name == "KernelZSize")
-    tempKernelZSize = FileReadWrite::readIntValue(is);
-  else if (name == "MarginValue")
-    tempMarginValue = FileReadWrite::readDoubleValue(is);
-  else
-    return false;
-  return true;
+  return entries.read(name, is, tempParameters);
 }
 
-void SmoothDataset::writeDatasetSpecificValues(std::ostream& os) {
-  FileReadWrite::writeValue(os, "KernelXSize", kernelXSize);
-  FileReadWrite::writeValue(os, "KernelYSize", kernelYSize);
-  FileReadWrite::writeValue(os, "KernelZSize", kernelZSize);
-  FileReadWrite::writeValue(os, "MarginValue", marginValue);
-}
+void SmoothDataset::writeDatasetSpecificValues(std::ostream& os) { entries.write(os, parameters); }
 
 void SmoothDataset::initializeTempFields() {
   DependentDataset::initializeTempFields();
-  tempKernelXSize = 1;
-  tempKernelYSize = 1;
-  tempKernelZSize = 1;
-  tempMarginValue = 0.0;
+  tempParameters = Parameters();
 }
 
 void SmoothDataset::setParametersFromTempFields() {
-  setParameters(tempKernelXSize, tempKernelYSize, tempKernelZSize, tempMarginValue);
+  const Parameters& t = tempParameters;
+  setParameters(t.kernelXSize, t.kernelYSize, t.kernelZSize, t.marginValue);
 }
 
 void SmoothDataset::setParameters(int xSize, int ySize, int zSize, double margin) {
-  kernelXSize = clampKernelSize(xSize);
-  kernelYSize = clampKernelSize(ySize);
-  kernelZSize = clampKernelSize(zSize);
+  Parameters& q = parameters;
+  q.kernelXSize = clampKernelSize(xSize);
+  q.kernelYSize = clampKernelSize(ySize);
+  q.kernelZSize = clampKernelSize(zSize);
   delete mask;
-  mask = DatasetCalculations::getBinomialKernelMask(kernelXSize, kernelYSize, kernelZSize);
+  mask = DatasetCalculations::getBinomialKernelMask(q.kernelXSize, q.kernelYSize, q.kernelZSize);
   const DatasetCoordinates extent = mask != nullptr ? mask->getSize() : DatasetCoordinates(0, 0, 0, 0, 0);
   // An even extent puts the centre on the lower of the two middle elements: a mask of two
   // averages x and x + 1.
   maskCentre = DatasetCoordinates((extent.x - 1) / 2, (extent.y - 1) / 2, (extent.z - 1) / 2, 0, 0);
-  marginValue = margin;
+  q.marginValue = margin;
   resetCache();
 }
 
 void SmoothDataset::getParameters(int& xSize, int& ySize, int& zSize, double& margin) const {
-  xSize = kernelXSize;
-  ySize = kernelYSize;
-  zSize = kernelZSize;
-  margin = marginValue;
+  xSize = parameters.kernelXSize;
+  ySize = parameters.kernelYSize;
+  zSize = parameters.kernelZSize;
+  margin = parameters.marginValue;
 }
 
 }  // namespace tarv

@@ -20,6 +20,7 @@ public:
   // enlarged by half the mask.
   void announceAccess(const DatasetBoundingBox& box) override;
   bool calculateElement(const DatasetCoordinates& p) override;
+  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   // Compares the three kernel sizes and the margin value.
   bool isDatasetEquivalent(DependentDataset* other) override;
   TARVElementType determineElementType() override;
@@ -37,19 +38,19 @@ public:
   Dataset* getMask() const { return mask; }
   DatasetCoordinates getMaskCentre() const { return maskCentre; }
 
+  // The parameters, one field per entry of the description.
+  struct Parameters {
+    int kernelXSize = 1;
+    int kernelYSize = 1;
+    int kernelZSize = 1;
+    double marginValue = 0.0;
+  };
+
 private:
-  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
-  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
-  int kernelXSize = 1;
-  int kernelYSize = 1;
-  int kernelZSize = 1;
-  double marginValue = 0.0;
+  Parameters parameters;
   Dataset* mask = nullptr;
   DatasetCoordinates maskCentre{0, 0, 0, 0, 0};
-  int tempKernelXSize = 1;
-  int tempKernelYSize = 1;
-  int tempKernelZSize = 1;
-  double tempMarginValue = 0.0;
+  Parameters tempParameters;
 };
 
 }  // namespace tarv

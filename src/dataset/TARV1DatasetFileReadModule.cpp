@@ -1,9 +1,11 @@
 #include "dataset/TARV1DatasetFileReadModule.h"
 
 #include <new>
+#include <string>
 #include <type_traits>
 
 #include "dataset/FileReadDataset.h"
+#include "formats/FileStatus.h"
 
 namespace tarv {
 
@@ -20,7 +22,10 @@ DatasetBoundingBox TARV1DatasetFileReadModule::getReadBlockBox(const DatasetCoor
 bool TARV1DatasetFileReadModule::open() {
   releaseStream();
   stream.open(fileName, std::ios::binary);
-  if (!stream.is_open() || !header.read(stream)) {
+  Status status = formats::checkOpenedForReading(stream.is_open(), fileName);
+  if (status.ok()) status = formats::readTarv1Header(stream, header);
+  formats::noteOpenStatus(this, status);
+  if (!status.ok()) {
     releaseStream();
     return false;
   }
@@ -48,20 +53,27 @@ void TARV1DatasetFileReadModule::releaseStream() {
 }
 
 bool TARV1DatasetFileReadModule::readBlock(FileReadDataset* dataset, const DatasetCoordinates& c) {
+  const auto fail = [this](const Status& status) {
+    formats::noteBlockReadFailure(this, status);
+    return false;
+  };
   if (dataset == nullptr || !stream.is_open()) return false;
-  if (c.z < 0 || c.z >= size.z || c.t < 0 || c.t >= size.t) return false;
-  if (dataset->getSize().x != size.x || dataset->getSize().c != 1) return false;
+  const std::string slice = "slice z " + std::to_string(c.z) + ", t " + std::to_string(c.t);
+  if (c.z < 0 || c.z >= size.z || c.t < 0 || c.t >= size.t)
+    return fail(invalidArgumentError(slice + " is outside the file"));
+  if (dataset->getSize().x != size.x || dataset->getSize().c != 1)
+    return fail(invalidArgumentError("the dataset is not shaped like the file"));
   const std::size_t count = header.getSliceSampleCount();
   try {
     sliceBytes.resize(count * TARV1FileHeader::sampleByteSize);
     sliceSamples.resize(count);
   } catch (const std::bad_alloc&) {
-    return false;
+    return fail(ioError("not enough memory to read " + slice));
   }
   stream.clear();
   stream.seekg(header.getSlicePosition(c.z, c.t), std::ios::beg);
   if (!stream.read(reinterpret_cast<char*>(sliceBytes.data()), static_cast<std::streamsize>(sliceBytes.size())))
-    return false;
+    return fail(ioError("cannot read " + slice + " (the file ends early or cannot be read)"));
   TARV1FileHeader::decodeSamples(sliceBytes.data(), count, littleEndian, sliceSamples.data());
 
   // Rows of values in the dataset's element type, one component per position.
@@ -84,7 +96,7 @@ bool TARV1DatasetFileReadModule::readBlock(FileReadDataset* dataset, const Datas
     }
     stored = true;
   });
-  return stored;
+  return stored || fail(ioError("cannot store " + slice + " in the dataset"));
 }
 
 }  // namespace tarv

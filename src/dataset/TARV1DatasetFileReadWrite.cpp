@@ -1,6 +1,8 @@
 #include "dataset/TARV1DatasetFileReadWrite.h"
 
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <cmath>
 #include <cstdint>
 #include <fstream>
@@ -11,6 +13,7 @@
 #include "core/Mathematics.h"
 #include "dataset/ByteOrder.h"
 #include "dataset/TARV1FileHeader.h"
+#include "formats/FileStatus.h"
 
 namespace tarv {
 
@@ -25,9 +28,9 @@ int floorToInt(double v) {
   return static_cast<int>(f);
 }
 
-bool readSamples(std::istream& stream, TARV1FileHeader& header, Dataset* dataset) {
+Status readSamples(std::istream& stream, TARV1FileHeader& header, Dataset* dataset) {
   dataset->newDataset<float>(header.size, header.getWorldEmbedding());
-  if (!dataset->hasData()) return false;
+  if (!dataset->hasData()) return ioError("not enough memory for " + formats::sizeText(header.size) + " elements");
   dataset->announceAccessToFullDataset();
   const std::size_t sliceSamples = header.getSliceSampleCount();
   std::vector<unsigned char> bytes;
@@ -36,35 +39,44 @@ bool readSamples(std::istream& stream, TARV1FileHeader& header, Dataset* dataset
     bytes.resize(sliceSamples * TARV1FileHeader::sampleByteSize);
     samples.resize(sliceSamples);
   } catch (const std::bad_alloc&) {
-    return false;
+    return ioError("not enough memory for a slice");
   }
   DatasetCoordinates p(0, 0, 0, 0, 0);
   for (p.t = 0; p.t < header.size.t; ++p.t)
     for (p.z = 0; p.z < header.size.z; ++p.z) {
       if (!stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
-        return false;
+        return ioError("cannot read slice z " + std::to_string(p.z) + ", t " + std::to_string(p.t));
       TARV1FileHeader::decodeSamples(bytes.data(), sliceSamples, header.littleEndian, samples.data());
       const std::uint16_t* sample = samples.data();
       for (p.y = 0; p.y < header.size.y; ++p.y)
         for (p.x = 0; p.x < header.size.x; ++p.x) dataset->setElement<double>(p, header.getValue(*sample++));
     }
   if (header.hasValueRange()) dataset->setCachedMinimumAndMaximumValue(header.minimumValue, header.maximumValue);
-  return true;
+  return okStatus();
 }
 
 }  // namespace
 
-void TARV1DatasetFileReadWrite::read(Dataset* dataset) {
-  if (dataset == nullptr) return;
-  std::ifstream stream(fileName, std::ios::binary);
+void TARV1DatasetFileReadWrite::read(Dataset* dataset) { (void)formats::readTarv1File(*this, dataset); }
+
+Status formats::readTarv1File(const TARV1DatasetFileReadWrite& file, Dataset* dataset) {
+  if (dataset == nullptr) return invalidArgumentError("no dataset to read into");
+  std::ifstream stream(file.fileName, std::ios::binary);
+  Status status = checkOpenedForReading(stream.is_open(), file.fileName);
   TARV1FileHeader header;
-  if (!stream.is_open() || !header.read(stream) || !readSamples(stream, header, dataset)) dataset->clear();
+  if (status.ok()) status = readTarv1Header(stream, header);
+  if (status.ok()) status = readSamples(stream, header, dataset);
+  if (!status.ok()) dataset->clear();
+  return status;
 }
 
-void TARV1DatasetFileReadWrite::write(Dataset* dataset) {
-  if (dataset == nullptr || !dataset->hasData()) return;
-  std::ofstream stream(fileName, std::ios::binary | std::ios::trunc);
-  if (!stream.is_open()) return;
+void TARV1DatasetFileReadWrite::write(Dataset* dataset) { (void)formats::writeTarv1File(*this, dataset); }
+
+Status formats::writeTarv1File(const TARV1DatasetFileReadWrite& file, Dataset* dataset) {
+  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no data to write");
+  std::ofstream stream(file.fileName, std::ios::binary | std::ios::trunc);
+  if (!stream.is_open()) return openForWritingFailure(file.fileName);
+  const bool littleEndian = file.littleEndian;
 
   const double minimum = dataset->getMinimumValue();
   const double maximum = dataset->getMaximumValue();
@@ -109,7 +121,7 @@ void TARV1DatasetFileReadWrite::write(Dataset* dataset) {
   try {
     samples.resize(sliceSamples);
   } catch (const std::bad_alloc&) {
-    return;
+    return ioError("not enough memory for a slice");
   }
   DatasetCoordinates p(0, 0, 0, 0, 0);
   for (p.t = 0; p.t < size.t && stream; ++p.t)
@@ -125,6 +137,9 @@ void TARV1DatasetFileReadWrite::write(Dataset* dataset) {
       stream.write(reinterpret_cast<const char*>(samples.data()),
                    static_cast<std::streamsize>(sliceSamples * TARV1FileHeader::sampleByteSize));
     }
+  stream.close();
+  if (stream.fail()) return ioError("writing failed: " + std::string(std::strerror(errno)));
+  return okStatus();
 }
 
 }  // namespace tarv

@@ -5,24 +5,32 @@
 #include <vector>
 
 #include "dataset/ByteOrder.h"
+#include "formats/FileStatus.h"
 
 namespace tarv {
 
-bool TARV1FileHeader::read(std::istream& stream) {
-  parseText(std::string());
+bool TARV1FileHeader::read(std::istream& stream) { return formats::readTarv1Header(stream, *this).ok(); }
+
+Status formats::readTarv1Header(std::istream& stream, TARV1FileHeader& header) {
+  header.parseText(std::string());
   stream.clear();
   stream.seekg(0, std::ios::end);
   const std::streamoff end = stream.tellg();
-  if (!stream || end < 0) return false;
+  if (!stream || end < 0) return ioError("cannot find the size of the file");
   // The file size is taken as a 32-bit signed integer.
   const auto fileSize = static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(end)));
-  if (fileSize < headerByteSize) return false;
+  if (fileSize < TARV1FileHeader::headerByteSize) {
+    if (end >= TARV1FileHeader::headerByteSize)
+      return unsupportedError("TARV1 files of 2 GiB or more cannot be read (" + std::to_string(end) + " bytes)");
+    return corruptError("too short for a TARV1 header (" + std::to_string(end) + " bytes, the header alone is " +
+                        std::to_string(TARV1FileHeader::headerByteSize) + ")");
+  }
   stream.seekg(0, std::ios::beg);
-  char buffer[headerByteSize + 1] = {};
-  if (!stream.read(buffer, headerByteSize)) return false;
-  buffer[headerByteSize - 1] = '\n';  // the writer ends the header with a carriage return
-  parseText(std::string(buffer, std::strlen(buffer)));
-  return isAcceptable(fileSize);
+  char buffer[TARV1FileHeader::headerByteSize + 1] = {};
+  if (!stream.read(buffer, TARV1FileHeader::headerByteSize)) return ioError("cannot read the header");
+  buffer[TARV1FileHeader::headerByteSize - 1] = '\n';  // the writer ends the header with a carriage return
+  header.parseText(std::string(buffer, std::strlen(buffer)));
+  return checkTarv1Header(header, end);
 }
 
 void TARV1FileHeader::parseText(const std::string& text) {
@@ -62,16 +70,23 @@ void TARV1FileHeader::parseText(const std::string& text) {
   }
 }
 
-bool TARV1FileHeader::isAcceptable(std::int32_t fileSize) const {
-  if (size.x < 1 || size.y < 1 || size.z < 1 || size.t < 1 || factor < 1) return false;
+bool TARV1FileHeader::isAcceptable(std::int32_t fileSize) const { return formats::checkTarv1Header(*this, fileSize).ok(); }
+
+Status formats::checkTarv1Header(const TARV1FileHeader& header, std::int64_t fileBytes) {
+  const DatasetCoordinates& size = header.size;
+  if (size.x < 1 || size.y < 1 || size.z < 1 || size.t < 1)
+    return corruptError("not a TARV1 file (its header gives no extents X, Y, Z and t)");
+  if (header.factor < 1) return corruptError("not a TARV1 file (its header gives no factor)");
   // The 32-bit sum must not have wrapped: a wrapped size would describe more samples than the
   // file holds.
-  const std::uint64_t wide = static_cast<std::uint64_t>(sampleByteSize) * static_cast<std::uint64_t>(size.x) *
-                                 static_cast<std::uint64_t>(size.y) * static_cast<std::uint64_t>(size.z) *
-                                 static_cast<std::uint64_t>(size.t) +
-                             static_cast<std::uint64_t>(headerByteSize);
-  if (wide > UINT32_MAX) return false;
-  return static_cast<std::uint32_t>(wide) == static_cast<std::uint32_t>(fileSize);
+  const std::uint64_t wide = static_cast<std::uint64_t>(TARV1FileHeader::sampleByteSize) *
+                                 static_cast<std::uint64_t>(size.x) * static_cast<std::uint64_t>(size.y) *
+                                 static_cast<std::uint64_t>(size.z) * static_cast<std::uint64_t>(size.t) +
+                             static_cast<std::uint64_t>(TARV1FileHeader::headerByteSize);
+  if (wide > UINT32_MAX) return unsupportedError("too large for the TARV1 format (4 GiB at most)");
+  if (static_cast<std::uint32_t>(wide) == static_cast<std::uint32_t>(fileBytes)) return okStatus();
+  return corruptError("the file is " + std::to_string(fileBytes) + " bytes but its header describes " +
+                      std::to_string(wide) + (static_cast<std::uint64_t>(fileBytes) < wide ? " (truncated)" : ""));
 }
 
 std::uint32_t TARV1FileHeader::getSliceSampleCount() const {

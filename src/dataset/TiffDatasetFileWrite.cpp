@@ -2,16 +2,40 @@
 
 #include <cstring>
 #include <iostream>
+#include <string>
 #include <vector>
 
-#include "dataset/DatasetRowAccess.h"
 #include "dataset/TiffDeepTileCodec.h"
 #include "dataset/TiffFileHeader.h"
+#include "elementtypes/ElementTypeNames.h"
+#include "formats/FileStatus.h"
+#include "formats/TiffMessages.h"
 
 namespace tarv {
 
-void TiffDatasetFileWrite::write(Dataset* dataset) {
-  if (dataset == nullptr || !dataset->hasData()) return;
+using formats::TiffErrors;
+
+namespace {
+
+// Why TiffFileHeader::write refused the dataset.
+Status headerProblem(const TiffFileHeader& header) {
+  unsigned int format = 0;
+  unsigned int bits = 0;
+  if (!header.sampleFormatFromElementType(format, bits))
+    return unsupportedError(std::string("paged TIFF cannot hold ") + elementTypeName(header.getElementType()) +
+                            " elements");
+  const int components = header.getImgSize().c;
+  if (components < 1 || components > 4)
+    return unsupportedError("paged TIFF holds 1 to 4 components per voxel; the data has " + std::to_string(components));
+  return ioError("cannot write the TIFF header");
+}
+
+}  // namespace
+
+void TiffDatasetFileWrite::write(Dataset* dataset) { (void)formats::writePagedTiffFile(*this, dataset); }
+
+Status formats::writePagedTiffFile(const TiffDatasetFileWrite& file, Dataset* dataset) {
+  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no data to write");
   TiffFileHeader header;
   header.setImgSize(dataset->getSize());
   header.setElementType(dataset->getElementType());
@@ -19,16 +43,17 @@ void TiffDatasetFileWrite::write(Dataset* dataset) {
   header.setPageMode(TiffPageMode::tile);
   header.setPageSize(DatasetCoordinates(64, 64, 1, 1, 1));
 
-  TiffHandle tiff = openQuietTiffFile(fileName, "w");
-  if (!tiff) return;
+  TiffErrors errors;
+  TiffHandle tiff = openTiffFileCollectingErrors(file.fileName, "w", errors);
+  if (!tiff) return openForWritingFailure(file.fileName);
   header.write(tiff.get());
   TIFFSetField(tiff.get(), TIFFTAG_COMPRESSION, static_cast<std::uint16_t>(COMPRESSION_LZW));
   if (!header.isValid()) {
     std::cerr << "write" << "() -- error writing file header." << std::endl;
-    return;
+    return headerProblem(header);
   }
   const std::uint64_t pageBytes = header.getPageByteSize();
-  if (pageBytes == 0) return;
+  if (pageBytes == 0) return unsupportedError("pages of 0 bytes");
   // One page buffer for all pages; it is not cleared between pages (readers never use the part
   // of an edge page beyond the dataset).
   std::vector<unsigned char> page(static_cast<std::size_t>(pageBytes), 0);
@@ -40,7 +65,7 @@ void TiffDatasetFileWrite::write(Dataset* dataset) {
   const unsigned int total = header.getTotalNumberOfPages();
   // A plain in-memory dataset gives the rows of a page straight from its memory, all components
   // of a voxel together, as element reads would give them one by one.
-  const auto* elements = static_cast<const unsigned char*>(DatasetRowAccess::plainElements(dataset));
+  const auto* elements = static_cast<const unsigned char*>(dataset->getPlainElements());
   const DatasetCoordinates size = dataset->getSize();
   const bool rowsFromMemory = elements != nullptr && dataset->getElementType() != TARV_ELEMENT_TYPE_BOOL &&
                               dataset->getElementByteSize() == sampleBytes && size.c == pageSize.c;
@@ -61,9 +86,12 @@ void TiffDatasetFileWrite::write(Dataset* dataset) {
         for (p.x = box.start.x; p.x <= box.end.x; ++p.x, voxel += voxelBytes)
           for (p.c = 0; p.c < pageSize.c; ++p.c) dataset->getElementByBuffer(p, voxel + p.c * sampleBytes);
       }
-    TIFFWriteTile(tiff.get(), page.data(), static_cast<std::uint32_t>(box.start.x),
-                  static_cast<std::uint32_t>(box.start.y), static_cast<std::uint32_t>(box.start.z), 0);
+    if (TIFFWriteTile(tiff.get(), page.data(), static_cast<std::uint32_t>(box.start.x),
+                      static_cast<std::uint32_t>(box.start.y), static_cast<std::uint32_t>(box.start.z), 0) == -1)
+      return ioError("cannot write page " + std::to_string(index) + ": " + errors.last);
   }
+  if (TIFFFlush(tiff.get()) != 1) return ioError("cannot write the file: " + errors.last);
+  return okStatus();
 }
 
 }  // namespace tarv

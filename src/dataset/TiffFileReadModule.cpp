@@ -6,12 +6,16 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <sstream>
+#include <string>
 #include <type_traits>
 #include <vector>
 
 #include "dataset/FileReadDataset.h"
 #include "dataset/TiffDeepTileCodec.h"
 #include "dataset/TiffFileHeader.h"
+#include "formats/FileStatus.h"
+#include "formats/TiffMessages.h"
 
 namespace tarv {
 
@@ -23,10 +27,20 @@ constexpr std::uint64_t kMaximumCompressionRatio = 4096;
 
 void printLine(const char* text) { std::cerr << text << std::endl; }
 
+// Why TiffFileHeader::read refused a header, from what it left behind.
+std::string describeHeaderProblem(const TiffFileHeader& header) {
+  if (header.getImgSize().x < 1) return "no usable image width, length or depth";
+  if (header.getImgSize().c < 1) return "unsupported photometric interpretation, extra samples or planar configuration";
+  if (header.getPageMode() == TiffPageMode::unknown) return "unsupported tile or strip layout";
+  return "unsupported header";
+}
+
 }  // namespace
 
 class TiffFileReadModule::Internal {
 public:
+  // Declared before the handle, which reports into it until it is closed.
+  formats::TiffErrors errors;
   TiffHandle handle;
   TiffFileHeader header;
   std::unique_ptr<unsigned char[]> pageBuffer;
@@ -74,16 +88,30 @@ DatasetBoundingBox TiffFileReadModule::getReadBlockBox(const DatasetCoordinates&
 
 bool TiffFileReadModule::open() {
   close();
-  internal->handle = openQuietTiffFile(fileName, "r");
-  if (!internal->handle) return false;
+  internal->errors = formats::TiffErrors();
+  internal->handle = formats::openTiffFileCollectingErrors(fileName, "r", internal->errors);
+  if (!internal->handle) {
+    Status status = formats::checkReadableFile(fileName);
+    if (status.ok()) status = corruptError("not a readable TIFF file" + internal->errors.suffix());
+    formats::noteOpenStatus(this, status);
+    return false;
+  }
   printLine("Tiff file open");
   TiffFileHeader& header = internal->header;
   header = TiffFileHeader();
   std::error_code error;
   const std::uintmax_t fileSize = std::filesystem::file_size(fileName, error);
   // Pages are capped before any buffer is made for them.
-  if (!header.read(internal->handle.get()) || error || header.getPageByteSize() > maximumPageByteSize ||
-      header.getPageByteSize() > static_cast<std::uint64_t>(fileSize) * kMaximumCompressionRatio) {
+  Status status;
+  if (!header.read(internal->handle.get()))
+    status = unsupportedError("not a paged TIFF file: " + describeHeaderProblem(header) + internal->errors.suffix());
+  else if (error)
+    status = ioError("cannot find the size of the file: " + error.message());
+  else if (header.getPageByteSize() > maximumPageByteSize ||
+           header.getPageByteSize() > static_cast<std::uint64_t>(fileSize) * kMaximumCompressionRatio)
+    status = corruptError("its pages of " + std::to_string(header.getPageByteSize()) + " bytes are too large");
+  formats::noteOpenStatus(this, status);
+  if (!status.ok()) {
     close();
     return false;
   }
@@ -114,30 +142,40 @@ void TiffFileReadModule::close() {
 }
 
 bool TiffFileReadModule::readBlock(FileReadDataset* dataset, const DatasetCoordinates& c) {
+  const auto fail = [this](const Status& status) {
+    formats::noteBlockReadFailure(this, status);
+    return false;
+  };
   if (dataset == nullptr || !internal->handle) return false;
   const TiffFileHeader& header = internal->header;
   const DatasetCoordinates image = header.getImgSize();
   if (c.x < 0 || c.x >= image.x || c.y < 0 || c.y >= image.y || c.z < 0 || c.z >= image.z || c.t != 0 ||
       c.c < 0 || c.c >= image.c)
-    return false;
+    return fail(invalidArgumentError("a voxel outside the image was asked for"));
   const DatasetBoundingBox box = getReadBlockBox(c);
   unsigned char* buffer = internal->getPageBuffer();
-  if (buffer == nullptr) return false;
+  if (buffer == nullptr) return fail(ioError("not enough memory for a page"));
   if (header.getPageMode() == TiffPageMode::strip) {
     printLine("tarv::TiffFileReadModule::readBlock() : Stripped page mode not implemented yet.");
-    return false;
+    return fail(unsupportedError("striped TIFF pages cannot be read block by block"));
   }
-  if (header.getPageMode() != TiffPageMode::tile) return false;
+  if (header.getPageMode() != TiffPageMode::tile) return fail(unsupportedError("unknown page mode"));
+  const int errorsBefore = internal->errors.count;
   if (header.getPlanarConfiguration() != TiffPlanarConfiguration::CONTIGUES ||
       TIFFReadTile(internal->handle.get(), buffer, static_cast<std::uint32_t>(box.start.x),
                    static_cast<std::uint32_t>(box.start.y), static_cast<std::uint32_t>(box.start.z), 0) == -1) {
     std::cerr << "tarv::TiffFileReadModule::readBlock() : TIFFReadTile error" << std::endl;
     std::cerr << "tile: (" << box.start << ") (" << box.end << ")" << std::endl;
     std::cerr << "file: " << fileName << std::endl;
-    return false;
+    std::ostringstream tile;
+    tile << "tile (" << box.start << ") (" << box.end << ")";
+    if (header.getPlanarConfiguration() != TiffPlanarConfiguration::CONTIGUES)
+      return fail(unsupportedError("cannot read " + tile.str() + ": samples in separate planes"));
+    const std::string reason = internal->errors.count > errorsBefore ? internal->errors.last : "TIFFReadTile failed";
+    return fail(corruptError("cannot read " + tile.str() + ": " + reason));
   }
   const DatasetCoordinates datasetSize = dataset->getSize();
-  if (datasetSize.c != image.c) return false;
+  if (datasetSize.c != image.c) return fail(invalidArgumentError("the dataset is not shaped like the file"));
   dataset->announceAccess(box);
 
   // Rows of the page buffer go to the dataset in its own element type.

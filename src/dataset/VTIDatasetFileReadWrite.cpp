@@ -5,6 +5,8 @@
 #include <vtkXMLImageDataWriter.h>
 
 #include "dataset/Dataset.h"
+#include "formats/FileStatus.h"
+#include "formats/VtkMessages.h"
 
 namespace tarv {
 
@@ -16,26 +18,22 @@ VTIDatasetFileReadWrite::~VTIDatasetFileReadWrite() {
   writer->Delete();
 }
 
-void VTIDatasetFileReadWrite::read(Dataset* dataset, int t) {
-  if (dataset == nullptr) return;
-  const std::string name = getFileName();
-  if (!reader->CanReadFile(name.c_str())) return;
-  vtkImageData* image = runReader(reader);
-  if (image == nullptr) return;
-  dataset->fromImageData(image, t);
-  image->Initialize();  // the reader need not keep the pixels
+void VTIDatasetFileReadWrite::read(Dataset* dataset, int t) { (void)formats::readVtiFile(*this, dataset, t); }
+
+void VTIDatasetFileReadWrite::write(Dataset* dataset, int t) { (void)formats::writeVtiFile(*this, dataset, t); }
+
+Status formats::readVtiFile(VTIDatasetFileReadWrite& file, Dataset* dataset, int t) {
+  vtkXMLImageDataReader* reader = file.getReader();
+  return readImageWithVtk(reader, reader->CanReadFile(file.getFileName().c_str()) != 0, dataset, t);
 }
 
-void VTIDatasetFileReadWrite::write(Dataset* dataset, int t) {
-  if (dataset == nullptr) return;
-  const char* name = writer->GetFileName();
-  if (name == nullptr || !canWriteFile(name)) return;
-  vtkImageData* image = dataset->toImageData(t, true);
-  if (image == nullptr) return;
-  writer->SetInputData(image);
-  writer->Write();
-  writer->SetInputData(nullptr);
-  image->Delete();
+Status formats::writeVtiFile(VTIDatasetFileReadWrite& file, Dataset* dataset, int t) {
+  vtkXMLImageDataWriter* writer = file.getWriter();
+  return writeImageWithVtk(writer, writer->GetFileName(), dataset, t, true, [writer](vtkImageData* image) {
+    writer->SetInputData(image);
+    writer->Write();
+    writer->SetInputData(nullptr);
+  });
 }
 
 std::string VTIDatasetFileReadWrite::getFileName() const {

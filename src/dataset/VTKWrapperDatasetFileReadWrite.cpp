@@ -5,6 +5,8 @@
 #include <vtkImageWriter.h>
 
 #include "dataset/Dataset.h"
+#include "formats/FileStatus.h"
+#include "formats/VtkMessages.h"
 
 namespace tarv {
 
@@ -17,25 +19,27 @@ VTKWrapperDatasetFileReadWrite::~VTKWrapperDatasetFileReadWrite() {
 }
 
 void VTKWrapperDatasetFileReadWrite::read(Dataset* dataset, int t) {
-  if (reader == nullptr || dataset == nullptr) return;
-  const std::string name = getFileName();
-  if (!reader->CanReadFile(name.c_str())) return;
-  vtkImageData* image = runReader(reader);
-  if (image == nullptr) return;
-  dataset->fromImageData(image, t);
-  image->Initialize();  // the reader need not keep the pixels
+  (void)formats::readThroughVtkReader(*this, dataset, t);
 }
 
 void VTKWrapperDatasetFileReadWrite::write(Dataset* dataset, int t) {
-  if (writer == nullptr || dataset == nullptr) return;
-  const char* name = writer->GetFileName();
-  if (name == nullptr || !canWriteFile(name)) return;
-  vtkImageData* image = dataset->toImageData(t, false);
-  if (image == nullptr) return;
-  writer->SetInputData(image);
-  writer->Write();
-  writer->SetInputData(nullptr);
-  image->Delete();
+  (void)formats::writeThroughVtkWriter(*this, dataset, t);
+}
+
+Status formats::readThroughVtkReader(VTKWrapperDatasetFileReadWrite& file, Dataset* dataset, int t) {
+  vtkImageReader2* reader = file.getReader();
+  if (reader == nullptr) return unsupportedError("no reader for the format");
+  return readImageWithVtk(reader, reader->CanReadFile(file.getFileName().c_str()) != 0, dataset, t);
+}
+
+Status formats::writeThroughVtkWriter(VTKWrapperDatasetFileReadWrite& file, Dataset* dataset, int t) {
+  vtkImageWriter* writer = file.getWriter();
+  if (writer == nullptr) return unsupportedError("no writer for the format");
+  return writeImageWithVtk(writer, writer->GetFileName(), dataset, t, false, [writer](vtkImageData* image) {
+    writer->SetInputData(image);
+    writer->Write();
+    writer->SetInputData(nullptr);
+  });
 }
 
 std::string VTKWrapperDatasetFileReadWrite::getFileName() const {

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <typeinfo>
 #include <vector>
 
-#include "dataset/DatasetRowAccess.h"
 
 namespace tarv {
 
@@ -40,8 +38,7 @@ void lengthsOf(const double* components, std::size_t count, double* lengths) {
 }  // namespace
 
 VectorLengthDataset::VectorLengthDataset() {
-  typeName = "VectorLengthDataset";
-  setElementRowCalculator(&VectorLengthDataset::calculateRow, typeid(VectorLengthDataset));
+  setLibraryClass("VectorLengthDataset");
 }
 
 VectorLengthDataset::~VectorLengthDataset() = default;
@@ -64,21 +61,17 @@ bool VectorLengthDataset::calculateElement(const DatasetCoordinates& p) {
   return true;
 }
 
-int VectorLengthDataset::calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check) {
-  auto& self = static_cast<VectorLengthDataset&>(dataset);
-  const std::size_t n = self.sourceDatasets.size();
-  if (n < 1 || n > static_cast<std::size_t>(maximalSourceCount) || !DatasetRowAccess::holdsRow(&self, first, count))
+int VectorLengthDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  const std::size_t n = sourceDatasets.size();
+  if (n < 1 || n > static_cast<std::size_t>(maximalSourceCount) || !holdsRow(first, count))
     return 0;
-  for (Dataset* source : self.sourceDatasets)
-    if (!DatasetRowAccess::canReadRow(source, first, count)) return 0;
+  for (Dataset* source : sourceDatasets)
+    if (!source->canReadRow(first, count)) return 0;
   if (check) return count;
   const auto length = static_cast<std::size_t>(count);
   std::vector<double> components(n * length);
   for (std::size_t i = 0; i < n; ++i)
-    DatasetRowAccess::readRow(self.sourceDatasets[i], first, count, components.data() + i * length);
-  DatasetCoordinates last = first;
-  last.x += count - 1;
-  for (Dataset* source : self.sourceDatasets) DatasetRowAccess::leaveInReadBuffer(source, last);
+    sourceDatasets[i]->readRowAsElements(first, count, components.data() + i * length);
   std::vector<double> values(length);
   switch (n) {
     case 1: lengthsOf<1>(components.data(), length, values.data()); break;
@@ -87,10 +80,10 @@ int VectorLengthDataset::calculateRow(CachedDataset& dataset, const DatasetCoord
     default: lengthsOf<4>(components.data(), length, values.data()); break;
   }
   // The vector of the last element, as element-wise computing leaves it.
-  Vector& vector = self.sourceVector;
+  Vector& vector = sourceVector;
   if (vector.size() != n) vector = Vector(static_cast<unsigned>(n));
   for (std::size_t i = 0; i < n; ++i) vector[static_cast<unsigned>(i)] = components[i * length + length - 1];
-  DatasetRowAccess::storeRow(&self, first, count, values.data());
+  storeRow(first, count, values.data());
   return count;
 }
 

@@ -15,6 +15,7 @@ public:
 
   bool isInputOk() const override;
   bool calculateElement(const DatasetCoordinates& p) override;
+  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   bool isDatasetEquivalent(DependentDataset* other) override;
   TARVElementType determineElementType() override;
   bool readDatasetSpecificValue(std::string name, std::istream& is) override;
@@ -30,8 +31,6 @@ protected:
   Vector& readSourceVector(const DatasetCoordinates& p);
 
 private:
-  // Computes rows of elements together (see CachedDataset::ElementRowCalculator).
-  static int calculateRow(CachedDataset& dataset, const DatasetCoordinates& first, int count, bool check);
   Vector sourceVector;
 };
 

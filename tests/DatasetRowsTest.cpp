@@ -1,4 +1,4 @@
-#include "dataset/DatasetRowAccess.h"
+#include "dataset/Dataset.h"
 
 #include <gtest/gtest.h>
 
@@ -28,7 +28,7 @@ using tarv::testing::Counted;
 
 namespace {
 
-std::string testFile(const std::string& name) { return std::string(TARV_TEST_BINARY_DIR) + "/DatasetRowAccessTest_" + name; }
+std::string testFile(const std::string& name) { return std::string(TARV_TEST_BINARY_DIR) + "/DatasetRowsTest_" + name; }
 
 const TARVElementType kAllTypes[] = {
     TARV_ELEMENT_TYPE_BOOL,        TARV_ELEMENT_TYPE_SIGNED_CHAR,        TARV_ELEMENT_TYPE_UNSIGNED_CHAR,
@@ -76,7 +76,7 @@ void expectSameChains(Chain<A>& a, Chain<B>& b) {
 
 }  // namespace
 
-TEST(DatasetRowAccessTest, RowsOfPlainDatasetsReadAsElementsDo) {
+TEST(DatasetRowsTest, RowsOfPlainDatasetsReadAsElementsDo) {
   for (unsigned seed = 1; seed <= 36; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 rng(seed);
@@ -88,18 +88,18 @@ TEST(DatasetRowAccessTest, RowsOfPlainDatasetsReadAsElementsDo) {
     const int x0 = any(0, s.x - 1);
     const int count = any(1, s.x - x0);
     const DatasetCoordinates first = C(x0, any(0, s.y - 1), any(0, s.z - 1), any(0, s.t - 1));
-    ASSERT_TRUE(DatasetRowAccess::canReadRow(&d, first, count));
+    ASSERT_TRUE(d.canReadRow(first, count));
     std::vector<double> values(static_cast<std::size_t>(count));
-    DatasetRowAccess::readRow(&d, first, count, values.data());
+    d.readRow(first, count, values.data());
     for (int i = 0; i < count; ++i) EXPECT_TRUE(sameBits(values[i], d.getElement<double>(C(x0 + i, first.y, first.z, first.t))));
-    EXPECT_FALSE(DatasetRowAccess::canReadRow(&d, first, s.x - x0 + 1)) << "a row beyond the dataset";
+    EXPECT_FALSE(d.canReadRow(first, s.x - x0 + 1)) << "a row beyond the dataset";
     tarv::testing::CountingSource counting;
     counting.copyFrom(&d);
-    EXPECT_FALSE(DatasetRowAccess::canReadRow(&counting, first, count)) << "a subclass is read element by element";
+    EXPECT_FALSE(counting.canReadRow(first, count)) << "a subclass is read element by element";
   }
 }
 
-TEST(DatasetRowAccessTest, CachedRowsAreReadOnlyInsideTheCache) {
+TEST(DatasetRowsTest, CachedRowsAreReadOnlyInsideTheCache) {
   Dataset source(true);
   source.newDataset<float>(C(30, 4, 4, 1, 1), DatasetWorldEmbedding());
   std::mt19937 rng(7);
@@ -107,12 +107,12 @@ TEST(DatasetRowAccessTest, CachedRowsAreReadOnlyInsideTheCache) {
   LinearTransformationDataset linear;
   linear.setSourceDataset(&source);
   linear.setParameters(2.0, 1.0);
-  EXPECT_FALSE(DatasetRowAccess::canReadRow(&linear, C(0, 1, 1), 30)) << "no cache yet: reading would shape it";
+  EXPECT_FALSE(linear.canReadRow(C(0, 1, 1), 30)) << "no cache yet: reading would shape it";
   linear.announceAccess(DatasetBoundingBox(C(5, 0, 0), C(20, 3, 3)));
-  EXPECT_TRUE(DatasetRowAccess::canReadRow(&linear, C(5, 1, 1), 16));
-  EXPECT_FALSE(DatasetRowAccess::canReadRow(&linear, C(4, 1, 1), 16)) << "one element outside the cache";
+  EXPECT_TRUE(linear.canReadRow(C(5, 1, 1), 16));
+  EXPECT_FALSE(linear.canReadRow(C(4, 1, 1), 16)) << "one element outside the cache";
   std::vector<double> values(16);
-  DatasetRowAccess::readRow(&linear, C(5, 1, 1), 16, values.data());
+  linear.readRow(C(5, 1, 1), 16, values.data());
   for (int i = 0; i < 16; ++i) {
     EXPECT_TRUE(linear.getElementCacheStatus(C(5 + i, 1, 1)));
     EXPECT_TRUE(sameBits(values[i], linear.getElement<double>(C(5 + i, 1, 1))));
@@ -122,7 +122,7 @@ TEST(DatasetRowAccessTest, CachedRowsAreReadOnlyInsideTheCache) {
 
 // A chain of point-wise filters over a lazily read TARV1 file, slab by slab with the caches
 // dropped in between, then in full with a progress object: rows against elements.
-TEST(DatasetRowAccessTest, LazyTarv1ChainEqualsElementByElementComputation) {
+TEST(DatasetRowsTest, LazyTarv1ChainEqualsElementByElementComputation) {
   std::mt19937 rng(11);
   Dataset volume(true);
   volume.newDataset<float>(C(70, 23, 9, 1, 1), DatasetWorldEmbedding());
@@ -156,7 +156,7 @@ TEST(DatasetRowAccessTest, LazyTarv1ChainEqualsElementByElementComputation) {
 }
 
 // The same over a paged TIFF file, whose blocks are tiles; the caches grow as elements are read.
-TEST(DatasetRowAccessTest, LazyTiffChainEqualsElementByElementComputation) {
+TEST(DatasetRowsTest, LazyTiffChainEqualsElementByElementComputation) {
   std::mt19937 rng(12);
   Dataset volume(true);
   volume.newDataset<unsigned short>(C(150, 70, 3, 1, 1), DatasetWorldEmbedding());

@@ -1,0 +1,372 @@
+#include "formats/FormatRegistry.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+
+#include "dataset/FileReadDataset.h"
+#include "dataset/JPEGDatasetFileReadWrite.h"
+#include "dataset/PNGDatasetFileReadWrite.h"
+#include "dataset/RawDatasetFileReadWrite.h"
+#include "dataset/TARV1DatasetFileReadModule.h"
+#include "dataset/TARV1DatasetFileReadWrite.h"
+#include "dataset/TIFFDatasetFileReadWrite.h"
+#include "dataset/TiffDatasetFileWrite.h"
+#include "dataset/TiffFileReadModule.h"
+#include "dataset/VTIDatasetFileReadWrite.h"
+#include "elementtypes/ElementTypeNames.h"
+#include "formats/FileStatus.h"
+#include "formats/TiffMessages.h"
+
+namespace tarv::formats {
+
+namespace {
+
+// clang-format off
+constexpr std::array<FormatDescription, 7> kFormats = {{
+    // format,              name,       aliases,                display name,     extensions,   lazy,  time,  comp., plane, holds
+    {FileFormat::tarv1,     "tarv1",    "tarv",                 "TARV1",          ".tarv",      true,  true,  1,     false,
+     "TARV1: x, y, z, t; 16-bit quantised values, read back as float"},
+    {FileFormat::pagedTiff, "tiff",     "tif|paged-tiff",       "paged TIFF",     ".tif .tiff", true,  false, 4,     false,
+     "paged (tiled) TIFF: x, y, z; bool..uint32 and float; no geometry"},
+    {FileFormat::vtkTiff,   "vtk-tiff", "",                     "TIFF (VTK)",     "",           false, false, 1,     false,
+     "TIFF through VTK, one page per slice: uint8, uint16, float; no geometry"},
+    {FileFormat::raw,       "raw",      "",                     "raw",            ".raw",       false, true,  0,     false,
+     "headerless samples: layout by the --raw-* options"},
+    {FileFormat::png,       "png",      "",                     "PNG",            ".png",       false, false, 1,     true,
+     "one plane of uint8 or uint16"},
+    {FileFormat::jpeg,      "jpeg",     "jpg",                  "JPEG",           ".jpg .jpeg", false, false, 1,     true,
+     "one plane of uint8"},
+    {FileFormat::vti,       "vti",      "",                     "VTK image data", ".vti",       false, false, 1,     false,
+     "VTK XML image data: x, y, z with spacing and origin"},
+}};
+// clang-format on
+
+// Datasets count their elements in 32 bits.
+constexpr long long kMaximumElementCount = 2147483647LL;
+
+std::string lowerCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+// The words of a blank- or '|'-separated list.
+std::vector<std::string> words(const char* list) {
+  std::vector<std::string> result;
+  std::string word;
+  for (const char* c = list;; ++c) {
+    if (*c == '\0' || *c == ' ' || *c == '|') {
+      if (!word.empty()) result.push_back(word);
+      word.clear();
+      if (*c == '\0') return result;
+    } else {
+      word += *c;
+    }
+  }
+}
+
+long long elementCount(const DatasetCoordinates& size) {
+  long long count = 1;
+  for (int k = 0; k < 5; ++k) count *= size[k];
+  return count;
+}
+
+Status checkElementCount(const DatasetCoordinates& size) {
+  if (elementCount(size) > kMaximumElementCount)
+    return unsupportedError("too large: " + sizeText(size) + " is 2^31 elements or more");
+  return okStatus();
+}
+
+std::unique_ptr<VTKDatasetFileReadWrite> makeVtkReadWrite(FileFormat format) {
+  switch (format) {
+    case FileFormat::vtkTiff: return std::make_unique<TIFFDatasetFileReadWrite>();
+    case FileFormat::png: return std::make_unique<PNGDatasetFileReadWrite>();
+    case FileFormat::jpeg: return std::make_unique<JPEGDatasetFileReadWrite>();
+    case FileFormat::vti: return std::make_unique<VTIDatasetFileReadWrite>();
+    default: return nullptr;
+  }
+}
+
+RawDatasetFileReadWrite makeRawReadWrite(const std::string& path, const RawLayout& layout, TARVElementType type) {
+  RawDatasetFileReadWrite file;
+  file.fileName = path;
+  file.elementType = type;
+  file.byteSwap = layout.byteSwap;
+  file.headerSize = layout.headerSize;
+  file.trailerSize = layout.trailerSize;
+  file.elementPrefixSize = layout.elementPrefixSize;
+  file.elementSuffixSize = layout.elementSuffixSize;
+  return file;
+}
+
+// A file-backed dataset with the module, opened on path.
+Result<DatasetHandle> openLazily(const std::string& path, DatasetFileReadModule* module) {
+  auto* file = new FileReadDataset();
+  DatasetHandle handle(file);
+  file->setFileReadModule(module);
+  if (file->openFile(path)) return handle;
+  Status status = lastOpenStatus(*module);
+  // The module took the file but the dataset could not be made for it.
+  if (status.ok()) return ioError("not enough memory for a dataset of its size");
+  return status;
+}
+
+// All of a lazily opened dataset, read into memory.
+Result<DatasetHandle> readIntoMemory(const DatasetHandle& lazy) {
+  Dataset* file = GetRawPtr(lazy);
+  auto* dataset = new Dataset(true);
+  DatasetHandle memory(dataset);
+  dataset->copyFrom(file);
+  if (Status blocks = blockReadStatus(file); !blocks.ok()) return blocks;
+  if (!dataset->hasData()) return ioError("not enough memory to read it");
+  return memory;
+}
+
+Result<OpenedFile> readTarv1(const std::string& path, bool lazy) {
+  OpenedFile opened;
+  opened.format = FileFormat::tarv1;
+  if (lazy) {
+    Result<DatasetHandle> handle = openLazily(path, new TARV1DatasetFileReadModule());
+    if (!handle.ok()) return handle.status();
+    opened.handle = *handle;
+    opened.lazy = true;
+    return opened;
+  }
+  opened.handle = new Dataset(true);
+  TARV1DatasetFileReadWrite reader;
+  reader.fileName = path;
+  if (Status status = readTarv1File(reader, GetRawPtr(opened.handle)); !status.ok()) return status;
+  return opened;
+}
+
+Result<OpenedFile> readWithVtk(const std::string& path, FileFormat format) {
+  std::unique_ptr<VTKDatasetFileReadWrite> reader = makeVtkReadWrite(format);
+  OpenedFile opened;
+  opened.format = format;
+  opened.handle = new Dataset(true);
+  reader->setFileName(path);
+  if (Status status = readVtkFile(*reader, GetRawPtr(opened.handle), 0); !status.ok()) return status;
+  return opened;
+}
+
+Result<OpenedFile> readPagedTiff(const std::string& path, const ReadRequest& request) {
+  Result<TiffFileHeader> header = readPagedTiffHeader(path);
+  if (!header.ok()) {
+    // A TIFF file of another layout, as other programs write them.
+    if (header.status().code() == StatusCode::unsupported && request.tiffThroughVtkIfNotTiled)
+      return readWithVtk(path, FileFormat::vtkTiff);
+    return header.status();
+  }
+  if (header->getElementType() == TARV_ELEMENT_TYPE_NO_TYPE)
+    return unsupportedError("its samples (" + std::to_string(header->getBitsPerSample()) +
+                            " bits, or their sample format) have no element type");
+  if (Status size = checkElementCount(header->getImgSize()); !size.ok()) return size;
+  Result<DatasetHandle> lazy = openLazily(path, new TiffFileReadModule());
+  if (!lazy.ok()) return lazy.status();
+  OpenedFile opened;
+  opened.format = FileFormat::pagedTiff;
+  opened.lazy = request.lazy;
+  if (request.lazy) {
+    opened.handle = *lazy;
+    return opened;
+  }
+  Result<DatasetHandle> memory = readIntoMemory(*lazy);
+  if (!memory.ok()) return memory.status();
+  opened.handle = *memory;
+  return opened;
+}
+
+Result<OpenedFile> readRaw(const std::string& path, const RawLayout& layout) {
+  if (elementCount(layout.size) < 1 || !isStorableElementType(layout.elementType))
+    return invalidArgumentError("a raw file stores no layout: its size and element type must be given");
+  if (Status size = checkElementCount(layout.size); !size.ok()) return size;
+  RawDatasetFileReadWrite reader = makeRawReadWrite(path, layout, layout.elementType);
+  if (Status fits = checkRawFileSize(reader, layout.size); !fits.ok()) return fits;
+  OpenedFile opened;
+  opened.format = FileFormat::raw;
+  Dataset* dataset = new Dataset(true);
+  opened.handle = dataset;
+  dataset->newDataset(layout.size, layout.elementType, layout.embedding);
+  if (!dataset->hasData()) return ioError("not enough memory to read it");
+  if (Status status = readRawFile(reader, dataset); !status.ok()) return status;
+  return opened;
+}
+
+}  // namespace
+
+std::span<const FormatDescription> formatTable() { return kFormats; }
+
+const FormatDescription& describeFormat(FileFormat format) {
+  for (const FormatDescription& description : kFormats)
+    if (description.format == format) return description;
+  return kFormats.front();
+}
+
+std::optional<FileFormat> formatFromName(const std::string& name) {
+  const std::string lower = lowerCase(name);
+  for (const FormatDescription& description : kFormats) {
+    if (lower == description.name) return description.format;
+    for (const std::string& alias : words(description.aliases))
+      if (lower == alias) return description.format;
+  }
+  return std::nullopt;
+}
+
+std::optional<FileFormat> formatFromExtension(const std::string& path) {
+  const std::string extension = lowerCase(std::filesystem::path(path).extension().string());
+  if (extension.empty()) return std::nullopt;
+  for (const FormatDescription& description : kFormats)
+    for (const std::string& known : words(description.extensions))
+      if (extension == known) return description.format;
+  return std::nullopt;
+}
+
+std::string formatNameList() {
+  std::string list;
+  for (const FormatDescription& description : kFormats) list += (list.empty() ? "" : ", ") + std::string(description.name);
+  return list;
+}
+
+std::string formatExtensionList() {
+  std::string list;
+  for (const FormatDescription& description : kFormats)
+    for (const std::string& extension : words(description.extensions)) list += (list.empty() ? "" : ", ") + extension;
+  return list;
+}
+
+std::string formatHelpTable() {
+  std::ostringstream table;
+  for (const FormatDescription& description : kFormats) {
+    std::string name = description.name;
+    std::string extensions = description.extensions;
+    name.resize(std::max<std::size_t>(name.size() + 1, 10), ' ');
+    extensions.resize(std::max<std::size_t>(extensions.size() + 1, 13), ' ');
+    table << "  " << name << extensions << description.holds << "\n";
+  }
+  return table.str();
+}
+
+bool formatHoldsElementType(FileFormat format, TARVElementType type) {
+  switch (format) {
+    case FileFormat::tarv1:
+    case FileFormat::raw: return isStorableElementType(type);
+    case FileFormat::pagedTiff: {
+      TiffFileHeader header;
+      header.setElementType(type);
+      unsigned int sampleFormat = 0;
+      unsigned int bits = 0;
+      return header.sampleFormatFromElementType(sampleFormat, bits);
+    }
+    case FileFormat::vtkTiff:
+      return type == TARV_ELEMENT_TYPE_UNSIGNED_CHAR || type == TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT ||
+             type == TARV_ELEMENT_TYPE_FLOAT;
+    case FileFormat::png: return type == TARV_ELEMENT_TYPE_UNSIGNED_CHAR || type == TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT;
+    case FileFormat::jpeg: return type == TARV_ELEMENT_TYPE_UNSIGNED_CHAR;
+    // 64-bit integers would be written, but VTK reads them back as a type the library does not take.
+    case FileFormat::vti:
+      return isStorableElementType(type) && type != TARV_ELEMENT_TYPE_SIGNED_LONG_INT &&
+             type != TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT && type != TARV_ELEMENT_TYPE_LONG_DOUBLE;
+  }
+  return false;
+}
+
+std::string elementTypesHeldBy(FileFormat format) {
+  std::string list;
+  for (int type = TARV_ELEMENT_TYPE_BOOL; type <= TARV_ELEMENT_TYPE_LONG_DOUBLE; ++type) {
+    if (!formatHoldsElementType(format, static_cast<TARVElementType>(type))) continue;
+    if (!list.empty()) list += ", ";
+    list += elementTypeName(static_cast<TARVElementType>(type));
+  }
+  return list;
+}
+
+Status checkFormatHoldsElementType(FileFormat format, TARVElementType type) {
+  if (formatHoldsElementType(format, type)) return okStatus();
+  return unsupportedError(std::string(describeFormat(format).displayName) + " cannot hold " + elementTypeName(type) +
+                          " elements (it holds " + elementTypesHeldBy(format) + ")");
+}
+
+Status checkFormatHoldsShape(FileFormat format, const DatasetCoordinates& size) {
+  const FormatDescription& description = describeFormat(format);
+  const std::string name = description.displayName;
+  const int maximumComponents = description.maximumComponents;
+  if (maximumComponents > 0 && size.c > maximumComponents) {
+    return unsupportedError(name + " holds at most " + std::to_string(maximumComponents) + " component" +
+                            (maximumComponents == 1 ? "" : "s") + " per voxel; the data has " + std::to_string(size.c));
+  }
+  if (description.holdsOnePlane && size.z > 1)
+    return unsupportedError(name + " holds one plane; the data has " + std::to_string(size.z));
+  return okStatus();
+}
+
+Result<OpenedFile> readDatasetFile(const std::string& path, const ReadRequest& request) {
+  if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
+  Result<OpenedFile> opened = invalidArgumentError("unknown format");
+  switch (request.format) {
+    case FileFormat::tarv1: opened = readTarv1(path, request.lazy); break;
+    case FileFormat::pagedTiff: opened = readPagedTiff(path, request); break;
+    case FileFormat::raw: opened = readRaw(path, request.raw); break;
+    case FileFormat::vtkTiff:
+    case FileFormat::png:
+    case FileFormat::jpeg:
+    case FileFormat::vti: opened = readWithVtk(path, request.format); break;
+  }
+  if (!opened.ok()) return opened;
+  if (Status size = checkElementCount(GetRawPtr(opened->handle)->getSize()); !size.ok()) return size;
+  return opened;
+}
+
+Status blockReadStatus(Dataset* dataset) {
+  auto* file = dynamic_cast<FileReadDataset*>(dataset);
+  if (file == nullptr || file->getFileReadModule() == nullptr) return okStatus();
+  return blockReadStatus(*file->getFileReadModule());
+}
+
+Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat format, const RawLayout& raw) {
+  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no data to write");
+  if (Status type = checkFormatHoldsElementType(format, dataset->getElementType()); !type.ok()) return type;
+  if (Status shape = checkFormatHoldsShape(format, dataset->getSize()); !shape.ok()) return shape;
+  switch (format) {
+    case FileFormat::tarv1: {
+      TARV1DatasetFileReadWrite writer;
+      writer.fileName = path;
+      return writeTarv1File(writer, dataset);
+    }
+    case FileFormat::pagedTiff: {
+      TiffDatasetFileWrite writer;
+      writer.fileName = path;
+      return writePagedTiffFile(writer, dataset);
+    }
+    case FileFormat::raw: {
+      RawDatasetFileReadWrite writer = makeRawReadWrite(path, raw, dataset->getElementType());
+      return writeRawFile(writer, dataset);
+    }
+    case FileFormat::vtkTiff:
+    case FileFormat::png:
+    case FileFormat::jpeg:
+    case FileFormat::vti: {
+      std::unique_ptr<VTKDatasetFileReadWrite> writer = makeVtkReadWrite(format);
+      writer->setFileName(path);
+      return writeVtkFile(*writer, dataset, 0);
+    }
+  }
+  return invalidArgumentError("unknown format");
+}
+
+Result<TiffFileHeader> readPagedTiffHeader(const std::string& path) {
+  if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
+  TiffErrors errors;
+  TiffHandle tiff = openTiffFileCollectingErrors(path, "r", errors);
+  if (!tiff) return corruptError("not a readable TIFF file" + errors.suffix());
+  TiffFileHeader header;
+  header.read(tiff.get());
+  if (!header.isValid() || header.getPageMode() != TiffPageMode::tile)
+    return unsupportedError("not a paged (tiled) TIFF file");
+  return header;
+}
+
+}  // namespace tarv::formats
