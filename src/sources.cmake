@@ -183,5 +183,6 @@ set(TARV_INTERNAL_HEADERS
   elementtypes/ElementOperations.h
   dataset/ByteOrder.h
   dataset/TiffDeepTileCodec.h
+  filters/ParameterTable.h
   kernels/Correlate.h
   kernels/Packet.h)

@@ -132,36 +132,6 @@ TEST(CastDatasetTest, ChangedTypeReachesTheDatasetOnlyWhenTheSourceIsSetAgain) {
   EXPECT_EQ(d.getElement<double>(C(1, 0, 0)), 7.0);
 }
 
-TEST(CastDatasetTest, SetParametersWithdrawsComputedElements) {
-  Dataset source(true);
-  source.newDataset<float>(C(3, 1, 1, 1, 1), DatasetWorldEmbedding());
-  tarv::testing::fill(source, [](const DatasetCoordinates& p) { return p.x + 0.5; });
-  Counted<CastDataset> d;
-  d.setSourceDataset(&source);
-  d.getElement<double>(C(2, 0, 0));
-  EXPECT_EQ(d.calculations, 1);
-  d.setParameters(TARV_ELEMENT_TYPE_FLOAT);
-  EXPECT_FALSE(d.getElementCacheStatus(C(2, 0, 0)));
-  EXPECT_EQ(d.getElement<double>(C(2, 0, 0)), 2.5);
-  EXPECT_EQ(d.calculations, 2);
-}
-
-TEST(CastDatasetTest, DescriptionRoundTrip) {
-  CastDataset d;
-  d.setDatasetID(12);
-  d.setDynamicallyCached(false);
-  d.setParameters(TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT);
-  const std::string text = tarv::testing::describe(d);
-  EXPECT_NE(text.find("Type = CastDataset\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("ElementType = 11\n"), std::string::npos) << text;
-  CastDataset e;
-  tarv::testing::readDescription(e, text);
-  EXPECT_EQ(e.getDatasetID(), 12);
-  EXPECT_FALSE(e.isDynamicallyCached());
-  EXPECT_EQ(parameterOf(e), TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT);
-  EXPECT_EQ(tarv::testing::describe(e), text);
-}
-
 TEST(CastDatasetTest, UntrustedDescriptions) {
   CastDataset d;
   d.setParameters(TARV_ELEMENT_TYPE_DOUBLE);
@@ -188,21 +158,4 @@ TEST(CastDatasetTest, UntrustedDescriptions) {
   EXPECT_FALSE(d.hasData());
   EXPECT_EQ(d.getElement<double>(C(0, 0, 0)), 0.0);
   d.removeSourceDatasets();
-}
-
-TEST(CastDatasetTest, EquivalenceComparesTheElementType) {
-  Dataset source(true), other(true);
-  source.newDataset<short>(C(2, 2, 1, 1, 1), DatasetWorldEmbedding());
-  other.newDataset<short>(C(2, 2, 1, 1, 1), DatasetWorldEmbedding());
-  CastDataset a, b;
-  a.setSourceDataset(&source);
-  b.setSourceDataset(&source);
-  EXPECT_TRUE(a.isDatasetEquivalent(&b));
-  b.setParameters(TARV_ELEMENT_TYPE_DOUBLE);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b));
-  a.setParameters(TARV_ELEMENT_TYPE_DOUBLE);
-  EXPECT_TRUE(a.isDatasetEquivalent(&b));
-  b.setSourceDataset(&other);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b)) << "distinct non-dependent sources differ";
-  EXPECT_FALSE(a.isDatasetEquivalent(nullptr));
 }

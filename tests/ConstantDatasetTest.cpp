@@ -75,18 +75,6 @@ TEST(ConstantDatasetTest, AcceptsExactlyOneSource) {
   EXPECT_EQ(d.getSourceDataset(), &b);
 }
 
-TEST(ConstantDatasetTest, SetParametersWithdrawsComputedElements) {
-  Dataset source(true);
-  source.newDataset<short>(C(2, 1, 1, 1, 1), DatasetWorldEmbedding());
-  Counted<ConstantDataset> d;
-  d.setSourceDataset(&source);
-  d.setParameters(1.0);
-  EXPECT_EQ(d.getElement<double>(C(1, 0, 0)), 1.0);
-  d.setParameters(-4.0);
-  EXPECT_EQ(d.getElement<double>(C(1, 0, 0)), -4.0);
-  EXPECT_EQ(d.calculations, 2);
-}
-
 TEST(ConstantDatasetTest, DescriptionRoundTripAndUntrustedInput) {
   ConstantDataset d;
   d.setDatasetID(4);

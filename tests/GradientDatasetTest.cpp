@@ -8,7 +8,6 @@
 
 #include "FilterTestSupport.h"
 #include "MaskReference.h"
-#include "RowComparison.h"
 #include "dataset/SmoothDataset.h"
 
 using namespace tarv;
@@ -307,33 +306,4 @@ TEST(GradientDatasetTest, EquivalenceIgnoresDimensionalityAndFilterSize) {
   SmoothDataset s;
   s.setSourceDataset(&source);
   EXPECT_FALSE(a.isDatasetEquivalent(&s));
-}
-
-// ---------------------------------------------------------------------------------------------
-// Rows computed together against elements computed one by one (tarv::testing::Counted never takes the
-// row path): random sources, sizes, spacings and parameters, bit for bit.
-
-TEST(GradientDatasetRowTest, RowsEqualElementByElementComputation) {
-  for (unsigned seed = 1; seed <= 32; ++seed) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 rng(seed);
-    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
-    Dataset source(true);
-    const TARVElementType types[] = {TARV_ELEMENT_TYPE_FLOAT, TARV_ELEMENT_TYPE_DOUBLE, TARV_ELEMENT_TYPE_SIGNED_SHORT_INT,
-                                     TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT};
-    const DatasetWorldEmbedding embedding(WorldCoordinates(0, 0, 0, 0),
-                                          WorldCoordinates(0.3 + any(0, 20) * 0.1, 0.7, 1.0 + any(0, 9) * 0.37, 1));
-    source.newDataset(C(any(1, 80), any(1, 11), any(1, 8), any(1, 2), 1), types[any(0, 3)], embedding);
-    tarv::testing::fillRandom(source, rng, seed % 4 == 0);
-    const int dimensionality = any(2, 3), direction = any(0, 2), filterSize = any(0, 1) == 0 ? 3 : 5;
-    const bool voxel = any(0, 1) == 1;
-    const double margin = any(-3, 3) * 0.5;
-    GradientDataset rows;
-    tarv::testing::Counted<GradientDataset> elements;
-    for (GradientDataset* d : std::initializer_list<GradientDataset*>{&rows, &elements}) {
-      d->setSourceDataset(&source);
-      d->setParameters(dimensionality, direction, filterSize, voxel, margin);
-    }
-    tarv::testing::evaluateAlike(rows, elements, rng);
-  }
 }

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "FilterTestSupport.h"
-#include "RowComparison.h"
 #include "dataset/LinearTransformationDataset.h"
 
 using namespace tarv;
@@ -119,44 +118,4 @@ TEST(IntervalPlateauDatasetTest, DescriptionRoundTripAndUntrustedInput) {
   parametersOf(e, minimal, maximal);
   EXPECT_EQ(minimal, 0.0);
   EXPECT_TRUE(std::isnan(maximal));
-}
-
-TEST(IntervalPlateauDatasetTest, EquivalenceComparesBothBounds) {
-  Dataset source(true);
-  makeRow(source, {1.0});
-  IntervalPlateauDataset a, b;
-  a.setSourceDataset(&source);
-  b.setSourceDataset(&source);
-  EXPECT_TRUE(a.isDatasetEquivalent(&b));
-  b.setParameters(1.0, 99.0);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b));
-  b.setParameters(2.0, 100.0);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b));
-  b.setParameters(1.0, 100.0);
-  EXPECT_TRUE(b.isDatasetEquivalent(&a));
-}
-
-// ---------------------------------------------------------------------------------------------
-// Rows computed together against elements computed one by one (testing::Counted never takes the
-// row path): random sources (NaN, infinities and signed zeros included) and parameters, bit for bit.
-
-TEST(IntervalPlateauDatasetRowTest, RowsEqualElementByElementComputation) {
-  for (unsigned seed = 1; seed <= 16; ++seed) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 rng(seed);
-    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
-    auto value = [&]() { return std::uniform_real_distribution<double>(-800.0, 800.0)(rng); };
-    Dataset source(true);
-    source.newDataset(tarv::testing::C(any(1, 90), any(1, 9), any(1, 6), any(1, 2), 1),
-                      any(0, 1) == 0 ? TARV_ELEMENT_TYPE_FLOAT : TARV_ELEMENT_TYPE_SIGNED_INT, DatasetWorldEmbedding());
-    tarv::testing::fillRandom(source, rng, true);
-    IntervalPlateauDataset rows;
-    tarv::testing::Counted<IntervalPlateauDataset> elements;
-    for (IntervalPlateauDataset* d : std::initializer_list<IntervalPlateauDataset*>{&rows, &elements}) d->setSourceDataset(&source);
-    const double low = value(), high = value();
-    rows.setParameters(low, high);
-    elements.setParameters(low, high);
-    (void)any;
-    tarv::testing::evaluateAlike(rows, elements, rng);
-  }
 }

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "FilterTestSupport.h"
-#include "RowComparison.h"
 
 using namespace tarv;
 using tarv::testing::C;
@@ -133,60 +132,4 @@ TEST(IntervalThresholdDatasetTest, DescriptionRoundTripAndUntrustedInput) {
   EXPECT_EQ(q.background, 4.0);
   EXPECT_EQ(q.minimal, 1.0) << "truncated entry leaves the default";
   EXPECT_EQ(q.maximal, 100.0);
-}
-
-TEST(IntervalThresholdDatasetTest, EquivalenceComparesAllSixParameters) {
-  Dataset source(true);
-  makeRow(source, {1.0});
-  IntervalThresholdDataset a, b;
-  a.setSourceDataset(&source);
-  b.setSourceDataset(&source);
-  const auto reset = [&]() {
-    a.setParameters(1, 2, 3, 4, true, false);
-    b.setParameters(1, 2, 3, 4, true, false);
-  };
-  reset();
-  EXPECT_TRUE(a.isDatasetEquivalent(&b));
-  b.setParameters(0, 2, 3, 4, true, false);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b)) << "minimal bound";
-  reset();
-  b.setParameters(1, 3, 3, 4, true, false);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b)) << "maximal bound";
-  reset();
-  b.setParameters(1, 2, 0, 4, true, false);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b)) << "foreground";
-  reset();
-  b.setParameters(1, 2, 3, 0, true, false);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b)) << "background";
-  reset();
-  b.setParameters(1, 2, 3, 4, false, false);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b)) << "foreground flag";
-  reset();
-  b.setParameters(1, 2, 3, 4, true, true);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b)) << "background flag";
-}
-
-// ---------------------------------------------------------------------------------------------
-// Rows computed together against elements computed one by one (testing::Counted never takes the
-// row path): random sources (NaN, infinities and signed zeros included) and parameters, bit for bit.
-
-TEST(IntervalThresholdDatasetRowTest, RowsEqualElementByElementComputation) {
-  for (unsigned seed = 1; seed <= 16; ++seed) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 rng(seed);
-    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
-    auto value = [&]() { return std::uniform_real_distribution<double>(-800.0, 800.0)(rng); };
-    Dataset source(true);
-    source.newDataset(tarv::testing::C(any(1, 90), any(1, 9), any(1, 6), any(1, 2), 1),
-                      any(0, 1) == 0 ? TARV_ELEMENT_TYPE_FLOAT : TARV_ELEMENT_TYPE_SIGNED_INT, DatasetWorldEmbedding());
-    tarv::testing::fillRandom(source, rng, true);
-    IntervalThresholdDataset rows;
-    tarv::testing::Counted<IntervalThresholdDataset> elements;
-    for (IntervalThresholdDataset* d : std::initializer_list<IntervalThresholdDataset*>{&rows, &elements}) d->setSourceDataset(&source);
-    const double low = value(), high = value(), foreground = value(), background = value();
-    const bool setForeground = any(0, 1) == 1, setBackground = any(0, 1) == 1;
-    rows.setParameters(low, high, foreground, background, setForeground, setBackground);
-    elements.setParameters(low, high, foreground, background, setForeground, setBackground);
-    tarv::testing::evaluateAlike(rows, elements, rng);
-  }
 }

@@ -7,7 +7,6 @@
 #include <random>
 
 #include "FilterTestSupport.h"
-#include "RowComparison.h"
 #include "dataset/ConstantDataset.h"
 
 using namespace tarv;
@@ -106,50 +105,4 @@ TEST(LinearTransformationDatasetTest, DescriptionRoundTripAndUntrustedInput) {
   parametersOf(e, factor, summand);
   EXPECT_EQ(factor, 1.0);
   EXPECT_EQ(summand, 0.0);
-}
-
-TEST(LinearTransformationDatasetTest, EquivalenceComparesFactorAndSummand) {
-  Dataset source(true);
-  source.newDataset<short>(C(2, 2, 1, 1, 1), DatasetWorldEmbedding());
-  LinearTransformationDataset a, b;
-  a.setSourceDataset(&source);
-  b.setSourceDataset(&source);
-  EXPECT_TRUE(a.isDatasetEquivalent(&b));
-  b.setParameters(2.0, 0.0);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b));
-  b.setParameters(1.0, 0.5);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b));
-  ConstantDataset c;
-  c.setSourceDataset(&source);
-  EXPECT_FALSE(a.isDatasetEquivalent(&c)) << "different classes";
-  b.setParameters(1.0, 0.0);
-  EXPECT_TRUE(a.isDatasetEquivalent(&b));
-  b.setDatasetID(77);
-  b.setDynamicallyCached(false);
-  EXPECT_TRUE(a.isDatasetEquivalent(&b)) << "ID and caching mode take no part";
-}
-
-// ---------------------------------------------------------------------------------------------
-// Rows computed together against elements computed one by one (testing::Counted never takes the
-// row path): random sources (NaN, infinities and signed zeros included) and parameters, bit for bit.
-
-TEST(LinearTransformationDatasetRowTest, RowsEqualElementByElementComputation) {
-  for (unsigned seed = 1; seed <= 16; ++seed) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 rng(seed);
-    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
-    auto value = [&]() { return std::uniform_real_distribution<double>(-800.0, 800.0)(rng); };
-    Dataset source(true);
-    source.newDataset(tarv::testing::C(any(1, 90), any(1, 9), any(1, 6), any(1, 2), 1),
-                      any(0, 1) == 0 ? TARV_ELEMENT_TYPE_FLOAT : TARV_ELEMENT_TYPE_SIGNED_INT, DatasetWorldEmbedding());
-    tarv::testing::fillRandom(source, rng, true);
-    LinearTransformationDataset rows;
-    tarv::testing::Counted<LinearTransformationDataset> elements;
-    for (LinearTransformationDataset* d : std::initializer_list<LinearTransformationDataset*>{&rows, &elements}) d->setSourceDataset(&source);
-    const double factor = value(), summand = value();
-    rows.setParameters(factor, summand);
-    elements.setParameters(factor, summand);
-    (void)any;
-    tarv::testing::evaluateAlike(rows, elements, rng);
-  }
 }

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "FilterTestSupport.h"
-#include "RowComparison.h"
 
 using namespace tarv;
 using tarv::testing::C;
@@ -136,29 +135,6 @@ TEST(ScaleDatasetTest, WithoutTheFlagTheGivenRangeStays) {
   EXPECT_EQ(p.sourceMaximal, 3.0);
 }
 
-TEST(ScaleDatasetTest, DescriptionRoundTripRestoresAllFiveParameters) {
-  ScaleDataset d;
-  d.setParameters(-1.5, 2.5, false, 10.25, -3.0);
-  const std::string text = tarv::testing::describe(d);
-  const char* entries[] = {"MinimalValue = -1.5\n", "MaximalValue = 2.5\n", "SourceMinimalValue = 10.25\n",
-                           "SourceMaximalValue = -3\n", "CalculateSourceMinimalMaximalValues = false\n"};
-  std::size_t last = 0;
-  for (const char* entry : entries) {
-    const std::size_t at = text.find(entry);
-    ASSERT_NE(at, std::string::npos) << entry << " in\n" << text;
-    EXPECT_GE(at, last) << entry << " out of order";
-    last = at;
-  }
-  ScaleDataset e;
-  tarv::testing::readDescription(e, text);
-  const Parameters p = parametersOf(e);
-  EXPECT_EQ(p.minimal, -1.5);
-  EXPECT_EQ(p.maximal, 2.5);
-  EXPECT_FALSE(p.calculate);
-  EXPECT_EQ(p.sourceMinimal, 10.25);
-  EXPECT_EQ(p.sourceMaximal, -3.0);
-}
-
 TEST(ScaleDatasetTest, MissingSourceMinimalValueLeavesTheDefault) {
   ScaleDataset e;
   tarv::testing::readDescription(e, "ID = 2\nType = ScaleDataset\nMinimalValue = 4\nSourceMaximalValue = 9\n");
@@ -181,48 +157,4 @@ TEST(ScaleDatasetTest, GarbageAndTruncatedDescriptions) {
   EXPECT_FALSE(p.calculate);
   EXPECT_EQ(p.sourceMinimal, 0.0) << "out of range reads as 0.0";
   EXPECT_EQ(p.sourceMaximal, 1.0) << "truncated entry keeps the default";
-}
-
-TEST(ScaleDatasetTest, EquivalenceIgnoresTheCalculateFlag) {
-  Dataset source(true);
-  makeRow(source, {1.0, 2.0});
-  ScaleDataset a, b;
-  a.setSourceDataset(&source);
-  b.setSourceDataset(&source);
-  a.setParameters(0.0, 1.0, false, 1.0, 2.0);
-  b.setParameters(0.0, 1.0, true, 1.0, 2.0);
-  EXPECT_TRUE(a.isDatasetEquivalent(&b));
-  b.setParameters(0.0, 2.0, false, 1.0, 2.0);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b));
-  b.setParameters(0.5, 1.0, false, 1.0, 2.0);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b));
-  b.setParameters(0.0, 1.0, false, 0.0, 2.0);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b));
-  b.setParameters(0.0, 1.0, false, 1.0, 3.0);
-  EXPECT_FALSE(a.isDatasetEquivalent(&b));
-}
-
-// ---------------------------------------------------------------------------------------------
-// Rows computed together against elements computed one by one (testing::Counted never takes the
-// row path): random sources (NaN, infinities and signed zeros included) and parameters, bit for bit.
-
-TEST(ScaleDatasetRowTest, RowsEqualElementByElementComputation) {
-  for (unsigned seed = 1; seed <= 16; ++seed) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 rng(seed);
-    auto any = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); };
-    auto value = [&]() { return std::uniform_real_distribution<double>(-800.0, 800.0)(rng); };
-    Dataset source(true);
-    source.newDataset(tarv::testing::C(any(1, 90), any(1, 9), any(1, 6), any(1, 2), 1),
-                      any(0, 1) == 0 ? TARV_ELEMENT_TYPE_FLOAT : TARV_ELEMENT_TYPE_SIGNED_INT, DatasetWorldEmbedding());
-    tarv::testing::fillRandom(source, rng, true);
-    ScaleDataset rows;
-    tarv::testing::Counted<ScaleDataset> elements;
-    for (ScaleDataset* d : std::initializer_list<ScaleDataset*>{&rows, &elements}) d->setSourceDataset(&source);
-    const double low = value(), high = value(), sourceLow = value(), sourceHigh = value();
-    const bool fromSource = any(0, 1) == 1;
-    rows.setParameters(low, high, fromSource, sourceLow, sourceHigh);
-    elements.setParameters(low, high, fromSource, sourceLow, sourceHigh);
-    tarv::testing::evaluateAlike(rows, elements, rng);
-  }
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "FileFormat.h"
+#include "formats/FormatRegistry.h"
 #include "dataset/Dataset.h"
 #include "dataset/DatasetHandle.h"
 
@@ -14,17 +15,14 @@ class App;
 namespace tarv::tool {
 
 // How a raw file is laid out; a raw file stores nothing of it. Values as given on the command
-// line ("X,Y,Z[,T[,C]]", an element type name, "sx,sy,sz[,st]").
+// line ("X,Y,Z[,T[,C]]", an element type name, "sx,sy,sz[,st]"); byte order and filler sizes go
+// straight into the library's layout.
 struct RawLayout {
   std::string size;
   std::string type;
   std::string spacing;
   std::string origin;
-  bool byteSwap = false;
-  int headerSize = 0;
-  int trailerSize = 0;
-  int elementPrefixSize = 0;
-  int elementSuffixSize = 0;
+  formats::RawLayout file;
 };
 
 // Options of every command that reads dataset files.
@@ -49,6 +47,8 @@ struct OutputOptions {
 void addInputOptions(CLI::App& command, InputOptions& options);
 // Adds --format, --type and (withTime) --time.
 void addOutputOptions(CLI::App& command, OutputOptions& options, bool withTime);
+// The formats, their extensions and what they hold, for help footers.
+std::string formatsHelpFooter();
 
 // lazy: a file-backed dataset that reads blocks on demand where the format allows it (TARV1,
 // paged TIFF), otherwise the whole file in memory. memory: always a plain dataset in memory.
@@ -88,10 +88,9 @@ void checkCanWrite(Dataset* dataset, const std::string& path, const OutputOption
 // The header of a paged TIFF file as the library prints it; empty for other files.
 std::string pagedTiffHeaderText(const std::string& path);
 
-// Throws ToolError naming the file when a lazily read file reported a read error since messages
-// was made (a damaged tile or slice).
-class LibraryMessages;
-void throwIfReadFailed(const LibraryMessages& messages, const std::string& path);
+// Throws ToolError naming the file when a lazily read dataset could not read one of its blocks
+// (a damaged tile or slice), with the library's reason.
+void throwIfReadFailed(const OpenedDataset& opened);
 
 // "128 x 128 x 64", with ", t 3" and ", 2 components" when there are several.
 std::string sizeText(const DatasetCoordinates& size);

@@ -14,7 +14,6 @@
 #include "Commands.h"
 #include "DatasetFiles.h"
 #include "GraphReader.h"
-#include "LibraryMessages.h"
 #include "OptionParsing.h"
 #include "Phantom.h"
 #include "ProgressBar.h"
@@ -158,7 +157,6 @@ void runDemo(const DemoOptions& options, const GlobalOptions& global) {
   if (!fs::is_directory(directory, error))
     throw ToolError(options.directory, "cannot create the directory" + (error ? ": " + error.message() : ""));
   const auto path = [&directory](const std::string& name) { return (directory / name).string(); };
-  LibraryMessages messages;
   StepTimer timer;
   const int n = options.size;
   const int middle = n / 2;
@@ -190,7 +188,7 @@ void runDemo(const DemoOptions& options, const GlobalOptions& global) {
     tarv1Deviation = std::max(tarv1Deviation, std::abs(lazyTarv1.get()->getElement<double>(c) - value));
     if (lazyTiff.get()->getElement<double>(c) != value) ++tiffDifferences;
   }
-  throwIfReadFailed(messages, path("phantom.tif"));
+  throwIfReadFailed(lazyTiff);
   timer.stop("paged TIFF " + (tiffDifferences == 0 ? std::string("identical") :
                                                      std::to_string(tiffDifferences) + " voxels differ") +
              ", TARV1 " + (tarv1Deviation == 0.0 ? std::string("identical") :
@@ -252,7 +250,7 @@ void runDemo(const DemoOptions& options, const GlobalOptions& global) {
   writeSlicePng(edges, "edges", middle, 0, nullptr, path("5-edges.png"));
   writeSlicePng(smooth, "seg-smooth", middle, 0, nullptr, path("6-seg-smooth.png"));
   writeSlicePng(clean, "seg-clean", middle, 0, nullptr, path("7-seg-clean.png"));
-  throwIfReadFailed(messages, path("phantom.tarv"));
+  throwIfReadFailed(lazyTarv1);
   timer.stop("7 planes at z = " + std::to_string(middle) + ", 1-phantom.png .. 7-seg-clean.png");
 
   std::ostringstream out;

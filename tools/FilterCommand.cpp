@@ -12,7 +12,6 @@
 #include "DatasetFiles.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "GraphReader.h"
-#include "LibraryMessages.h"
 #include "OptionParsing.h"
 #include "ProgressBar.h"
 #include "ToolError.h"
@@ -32,7 +31,6 @@ struct FilterOptions {
 
 void runFilter(const FilterOptions& options, const GlobalOptions& global) {
   const auto start = std::chrono::steady_clock::now();
-  LibraryMessages messages;
 
   // Inputs first: a graph that names a missing input is reported against the graph file.
   std::map<int, OpenedDataset> opened;
@@ -60,7 +58,7 @@ void runFilter(const FilterOptions& options, const GlobalOptions& global) {
   graph.announceFullAccess();
 
   calculateWithProgress(result, "computing node " + std::to_string(resultId), global.progress);
-  for (const auto& [id, input] : opened) throwIfReadFailed(messages, input.path);
+  for (const auto& [id, input] : opened) throwIfReadFailed(input);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 
   const WrittenFile written = writeDataset(result, options.output, options.write);

@@ -9,7 +9,6 @@
 #include "Commands.h"
 #include "DatasetFiles.h"
 #include "elementtypes/ElementTypeNames.h"
-#include "LibraryMessages.h"
 #include "OptionParsing.h"
 
 namespace tarv::tool {
@@ -28,7 +27,6 @@ std::string coordinatesText(const WorldCoordinates& w) {
 }
 
 void printInfo(const std::string& path, const InfoOptions& options) {
-  LibraryMessages messages;
   OpenedDataset opened = openDataset(path, options.input, Access::lazy);
   Dataset* dataset = opened.get();
   const DatasetCoordinates size = dataset->getSize();
@@ -46,7 +44,7 @@ void printInfo(const std::string& path, const InfoOptions& options) {
   if (!options.noRange) {
     const double minimum = dataset->getMinimumValue();
     const double maximum = dataset->getMaximumValue();
-    throwIfReadFailed(messages, path);
+    throwIfReadFailed(opened);
     out << "  value range   " << formatDisplayNumber(minimum) << " .. " << formatDisplayNumber(maximum) << "\n";
   }
   out << "  file size     " << std::filesystem::file_size(path) << " bytes\n";

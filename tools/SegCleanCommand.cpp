@@ -7,7 +7,6 @@
 #include "Commands.h"
 #include "DatasetFiles.h"
 #include "elementtypes/ElementTypeNames.h"
-#include "LibraryMessages.h"
 #include "OptionParsing.h"
 #include "ToolError.h"
 #include "dataset/BinarySegmentations.h"
@@ -26,7 +25,6 @@ struct SegCleanOptions {
 };
 
 void runSegClean(SegCleanOptions& options) {
-  LibraryMessages messages;
   OpenedDataset opened = openDataset(options.in, options.input, Access::memory);
   Dataset* segmentation = opened.get();
   if (options.output.type.empty()) options.output.type = elementTypeName(segmentation->getElementType());

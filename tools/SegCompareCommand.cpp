@@ -6,7 +6,6 @@
 
 #include "Commands.h"
 #include "DatasetFiles.h"
-#include "LibraryMessages.h"
 #include "SegmentationComparison.h"
 #include "ToolError.h"
 
@@ -24,7 +23,6 @@ struct SegCompareOptions {
 };
 
 void runSegCompare(const SegCompareOptions& options) {
-  LibraryMessages messages;
   OpenedDataset a = openDataset(options.a, options.input, Access::memory);
   OpenedDataset b = openDataset(options.b, options.input, Access::memory);
   if (!a.get()->hasSameSize(b.get())) {

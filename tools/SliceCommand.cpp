@@ -7,7 +7,6 @@
 
 #include "Commands.h"
 #include "DatasetFiles.h"
-#include "LibraryMessages.h"
 #include "OptionParsing.h"
 #include "SliceImage.h"
 #include "ToolError.h"
@@ -33,11 +32,10 @@ void runSlice(const SliceOptions& options) {
     window.low = values[0];
     window.high = values[1];
   }
-  LibraryMessages messages;
   OpenedDataset opened = openDataset(options.file, options.input, Access::lazy);
   const Window used = writeSlicePng(opened.get(), options.file, options.z, options.t,
                                     options.window.empty() ? nullptr : &window, options.out);
-  throwIfReadFailed(messages, options.file);
+  throwIfReadFailed(opened);
   std::cout << "wrote " << options.out << ": plane z " << options.z << ", t " << options.t << ", window "
             << formatDisplayNumber(used.low) << " .. " << formatDisplayNumber(used.high) << "\n";
 }

@@ -9,7 +9,6 @@
 
 #include "Commands.h"
 #include "DatasetFiles.h"
-#include "LibraryMessages.h"
 #include "OptionParsing.h"
 #include "ToolError.h"
 
@@ -57,7 +56,6 @@ DatasetBoundingBox chooseBox(const StatsOptions& options, Dataset* dataset) {
 }
 
 void runStats(const StatsOptions& options) {
-  LibraryMessages messages;
   OpenedDataset opened = openDataset(options.file, options.input, Access::lazy);
   Dataset* dataset = opened.get();
   const DatasetBoundingBox box = chooseBox(options, dataset);
@@ -72,7 +70,7 @@ void runStats(const StatsOptions& options) {
   const double mean = dataset->getAverageValue(box);
   unsigned int inRange = 0;
   if (!range.empty()) inRange = dataset->getVoxelCountInValueRange(box, range[0], range[1], options.outside);
-  throwIfReadFailed(messages, options.file);
+  throwIfReadFailed(opened);
 
   std::ostringstream out;
   const auto row = [&out](const std::string& name, const std::string& value) {

@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
   global.progress = ProgressBar::enabledByDefault();
 
   CLI::App tarv("tarv: look at, convert, filter and measure medical image datasets.", "tarv");
-  tarv.set_version_flag("--version", "tarv 2.1.0");
+  tarv.set_version_flag("--version", "tarv " TARV_VERSION);
   tarv.require_subcommand(1);
   tarv.fallthrough();
   bool progress = false;

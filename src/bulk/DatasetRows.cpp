@@ -3,7 +3,7 @@
 #include <typeinfo>
 
 #include "bulk/RowSupport.h"
-#include "dataset/Dataset.h"
+#include "dataset/CachedDataset.h"
 
 namespace tarv {
 
@@ -33,11 +33,13 @@ void* Dataset::getPlainElements() {
 }
 
 bool Dataset::canReadRow(const DatasetCoordinates& first, int count) {
+  if (isCachedDataset()) return static_cast<CachedDataset*>(this)->canReadRowFromCache(first, count);
   return getPlainElements() != nullptr && bulk::rowInside(*this, first, count) &&
          bulk::arrayHolding(memory, first, count) != nullptr;
 }
 
 void Dataset::readRow(const DatasetCoordinates& first, int count, double* values) {
+  if (isCachedDataset()) return static_cast<CachedDataset*>(this)->readRowFromCache(first, count, values);
   const auto* m = static_cast<const ArrayDatasetMemory*>(memory);
   bulk::readElements(*m, m->getLinearIndex(first), count, values);
 }

@@ -6,6 +6,7 @@
 
 #include "dataset/ArrayDatasetMemory.h"
 #include "bulk/RowSupport.h"
+#include "dataset/DependentDataset.h"
 
 namespace tarv {
 
@@ -50,15 +51,13 @@ std::int64_t CachedDataset::computedRunFrom(const DatasetCoordinatesIterator& it
 }
 
 int CachedDataset::calculateRowFrom(const DatasetCoordinatesIterator& it, std::int64_t limit) {
-  if (!isLibraryClass()) return 0;
+  if (!isLibraryClass() || rowFormula == &CachedDataset::calculateNoRow) return 0;
   const auto* statuses = static_cast<const ArrayDatasetMemory*>(cacheStatusMemory);
   const std::uint64_t run = statuses->findBit(it.index, static_cast<std::uint64_t>(limit), true) - it.index;
   if (run < 2) return 0;
   const int count = static_cast<int>(std::min<std::uint64_t>(run, 1u << 20));
-  return std::max(0, std::min(count, calculateRow(it, count, false)));
+  return std::max(0, std::min(count, applyRowFormula(it, count, false)));
 }
-
-int CachedDataset::calculateRow(const DatasetCoordinates&, int, bool) { return 0; }
 
 bool CachedDataset::holdsRow(const DatasetCoordinates& first, int count) {
   if (!bulk::rowInside(*this, first, count)) return false;
@@ -76,21 +75,23 @@ bool CachedDataset::holdsRowInCache(const DatasetCoordinates& first, int count) 
   return holdsRow(first, count);
 }
 
-bool CachedDataset::canReadRow(const DatasetCoordinates& first, int count) {
+bool CachedDataset::canReadRowFromCache(const DatasetCoordinates& first, int count) {
   if (!isLibraryClass() || !holdsRowInCache(first, count)) return false;
+  // A filter without valid input computes nothing.
+  if (isDependentDataset() && !static_cast<DependentDataset*>(this)->isInputValid()) return false;
   const auto* statuses = static_cast<const ArrayDatasetMemory*>(cacheStatusMemory);
   const std::uint64_t index = statuses->getLinearIndex(first);
   const std::uint64_t end = index + static_cast<std::uint64_t>(count);
   for (std::uint64_t i = statuses->findBit(index, end - index, false); i < end;) {
     const std::uint64_t j = statuses->findBit(i, end - i, true);
     const int n = static_cast<int>(j - i);
-    if (calculateRow(bulk::alongX(first, static_cast<int>(i - index)), n, true) != n) return false;
+    if (applyRowFormula(bulk::alongX(first, static_cast<int>(i - index)), n, true) != n) return false;
     i = j < end ? statuses->findBit(j, end - j, false) : end;
   }
   return true;
 }
 
-void CachedDataset::readRow(const DatasetCoordinates& first, int count, double* values) {
+void CachedDataset::readRowFromCache(const DatasetCoordinates& first, int count, double* values) {
   int i = 0;
   while (i < count) {
     // Element reads of a file-backed dataset may replace its memories: look them up each time.
@@ -106,7 +107,7 @@ void CachedDataset::readRow(const DatasetCoordinates& first, int count, double* 
       continue;
     }
     const int n = static_cast<int>(statuses->findBit(index, remaining, true) - index);
-    if (calculateRow(p, n, false) == n) continue;
+    if (applyRowFormula(p, n, false) == n) continue;
     values[i] = getElement<double>(p);
     ++i;
   }

@@ -61,10 +61,10 @@ public:
     setElementReferenceByBuffer(it, elementBuffer);
   }
 
-  // Rows read from the cache: the row must lie inside it, and every element of it not computed yet
-  // must be computable by calculateRow.
-  bool canReadRow(const DatasetCoordinates& first, int count) override;
-  void readRow(const DatasetCoordinates& first, int count, double* values) override;
+  // The cached forms of Dataset::canReadRow and readRow: the row must lie inside the cache, and
+  // every element of it not computed yet must be computable by the row formula.
+  bool canReadRowFromCache(const DatasetCoordinates& first, int count);
+  void readRowFromCache(const DatasetCoordinates& first, int count, double* values);
 
   // Cache statuses.
   bool getElementCacheStatus(const DatasetCoordinates& p);
@@ -81,12 +81,29 @@ protected:
   static bool holdsCoordinates(const DatasetMemory* m, const DatasetCoordinates& p);
   // True when the memory is allocated and holds the whole (non-empty) box in all five components.
   static bool holdsBox(const DatasetMemory* m, const DatasetBoundingBox& box);
-  // The bulk formula: computes count consecutive elements of one row of the cache (first, then
-  // the next positions along x), none of them computed yet, stores them with storeRow and returns
-  // how many it did from the first on. With check set it only answers how many it would do, and
-  // changes nothing. The default does none: the elements are then computed one by one with
-  // calculateElement. Used only for the library's own classes (isLibraryClass).
-  virtual int calculateRow(const DatasetCoordinates& first, int count, bool check);
+  // A row formula computes count consecutive elements of one row of the cache (first, then the
+  // next positions along x), none of them computed yet, stores them with storeRow and returns how
+  // many it did from the first on. With check set it only answers how many it would do, and
+  // changes nothing. A library class names its own with its name in its constructor; without one
+  // the elements are computed one by one with calculateElement. It is used only while the object
+  // is of the class that named it (isLibraryClass), so a caller's subclass is always computed
+  // element by element. (Not a virtual operation: the virtual operations of the dataset classes
+  // keep their order.)
+  using RowFormula = int (CachedDataset::*)(const DatasetCoordinates& first, int count, bool check);
+  // Names the class under construction (Dataset::setLibraryClass) and its row formula; a class
+  // that names none does not inherit its base class's.
+  void setLibraryClass(const char* name, RowFormula formula = &CachedDataset::calculateNoRow) {
+    Dataset::setLibraryClass(name);
+    rowFormula = formula;
+  }
+  template <class Derived>
+  void setLibraryClass(const char* name, int (Derived::*formula)(const DatasetCoordinates&, int, bool)) {
+    setLibraryClass(name, static_cast<RowFormula>(formula));
+  }
+  int applyRowFormula(const DatasetCoordinates& first, int count, bool check) {
+    return isLibraryClass() ? (this->*rowFormula)(first, count, check) : 0;
+  }
+  int calculateNoRow(const DatasetCoordinates&, int, bool) { return 0; }
   // Whether the row lies inside the dataset and the cache, in array memories that storeRow can
   // write. Changes nothing.
   bool holdsRowInCache(const DatasetCoordinates& first, int count);
@@ -103,10 +120,11 @@ protected:
 
   DatasetMemory* cacheStatusMemory = nullptr;
   std::uint64_t cacheLayoutVersion = 0;
+  RowFormula rowFormula = &CachedDataset::calculateNoRow;
 
 private:
   // Computes, from it on, the run of not yet computed elements of it's row that ends at most at
-  // limit elements, with calculateRow; returns how many it computed (0: none).
+  // limit elements, with the row formula; returns how many it computed (0: none).
   int calculateRowFrom(const DatasetCoordinatesIterator& it, std::int64_t limit);
   // Elements from it on that are computed, at most limit (0 when it is not computed).
   std::int64_t computedRunFrom(const DatasetCoordinatesIterator& it, std::int64_t limit) const;

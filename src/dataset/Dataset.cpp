@@ -25,22 +25,15 @@ Dataset::Dataset(bool createMemory) {
   setLibraryClass("Dataset");
   if (!createMemory) return;
   memory = new ArrayDatasetMemory();
-  size = DatasetCoordinates(0, 0, 0, 0, 0);
-  elementType = TARV_ELEMENT_TYPE_NO_TYPE;
-  datasetID = -1;
   elementBuffer = static_cast<unsigned char*>(std::calloc(kElementBufferSize, 1));
   readBuffer = static_cast<unsigned char*>(std::calloc(kElementBufferSize, 1));
-  minimumAndMaximumValueCacheStatus = false;
 }
 
 Dataset::~Dataset() {
   if (memory) memory->release();
-  size = DatasetCoordinates(0, 0, 0, 0, 0);
-  minimumAndMaximumValueCacheStatus = false;
   unregisterDependingDatasets();
   resetMetaInformations();
   delete memory;
-  memory = nullptr;
   std::free(elementBuffer);
   std::free(readBuffer);
 }

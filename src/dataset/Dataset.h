@@ -282,11 +282,12 @@ public:
   // Rows: count consecutive elements along x from first, of one y, z and t, in component 0 of a
   // one-component dataset. canReadRow answers whether readRow can deliver the row exactly as
   // getElement<double> would deliver its elements one by one, with the same effect on every
-  // dataset involved; it changes nothing. The base answers for a plain in-memory dataset.
-  virtual bool canReadRow(const DatasetCoordinates& first, int count);
+  // dataset involved; it changes nothing. Rows are read from plain in-memory datasets and from the
+  // caches of the library's cached classes.
+  bool canReadRow(const DatasetCoordinates& first, int count);
   // values[i] = the element at first + (i, 0, 0, 0, 0) as double. Only right after canReadRow
   // answered true.
-  virtual void readRow(const DatasetCoordinates& first, int count, double* values);
+  void readRow(const DatasetCoordinates& first, int count, double* values);
   // readRow, then the last element left in the read buffer, as reading the elements one by one
   // with getElement<double>(coordinates) leaves it.
   void readRowAsElements(const DatasetCoordinates& first, int count, double* values);

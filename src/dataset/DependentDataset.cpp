@@ -15,10 +15,6 @@ DependentDataset::DependentDataset() : ROICachedDataset(true) {
 
 DependentDataset::~DependentDataset() { removeSourceDatasets(); }
 
-bool DependentDataset::canReadRow(const DatasetCoordinates& first, int count) {
-  return inputValid && ROICachedDataset::canReadRow(first, count);
-}
-
 bool DependentDataset::isInputOk() const {
   if (sourceDatasets.empty()) return false;
   for (const Dataset* source : sourceDatasets)

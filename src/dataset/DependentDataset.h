@@ -58,9 +58,6 @@ public:
   void setDynamicallyCached(bool value) { dynamicallyCached = value; }
   bool isInputValid() const { return inputValid; }
 
-  // Rows are read only while the input is valid.
-  bool canReadRow(const DatasetCoordinates& first, int count) override;
-
   void buildTempIDListsFromReferences();
   void clearTempIDLists();
   // The temporary source-ID list as read.

@@ -3,10 +3,19 @@
 #include <cmath>
 #include <numbers>
 
-#include "core/FileReadWrite.h"
 #include "core/Mathematics.h"
+#include "filters/ParameterTable.h"
 
 namespace tarv {
+
+namespace {
+
+using P = DirectionFilteredVectorLengthDataset::Parameters;
+constexpr filters::ParameterTable entries(filters::entry("OrientedFiltering", &P::orientedFiltering),
+                                          filters::entry("PositiveOrientedFiltering", &P::positiveOrientedFiltering),
+                                          filters::entry("FilterNormalizedDirection", &P::filterNormalizedDirection));
+
+}  // namespace
 
 DirectionFilteredVectorLengthDataset::DirectionFilteredVectorLengthDataset() {
   setLibraryClass("DirectionFilteredVectorLengthDataset");
@@ -20,11 +29,12 @@ bool DirectionFilteredVectorLengthDataset::calculateElement(const DatasetCoordin
   double result = 0.0;
   if (!Mathematics::areSimilarWithTolerance(length, 0.0, 1e-7)) {
     vector.normalize();
-    const double t = Vector::angleBetweenNormalizedVectors(vector, filterNormalizedDirection) / std::numbers::pi;
+    const double angle = Vector::angleBetweenNormalizedVectors(vector, parameters.filterNormalizedDirection);
+    const double t = angle / std::numbers::pi;
     double weight = 0.0;
-    if (!orientedFiltering)
+    if (!parameters.orientedFiltering)
       weight = std::fabs(2.0 * t - 1.0);
-    else if (!positiveOrientedFiltering)
+    else if (!parameters.positiveOrientedFiltering)
       weight = 1.0 - t;
     else
       weight = t <= 0.5 ? 1.0 - 2.0 * t : 0.0;
@@ -36,35 +46,21 @@ bool DirectionFilteredVectorLengthDataset::calculateElement(const DatasetCoordin
 }
 
 bool DirectionFilteredVectorLengthDataset::isDatasetEquivalent(DependentDataset* other) {
-  if (!DependentDataset::isDatasetEquivalent(other)) return false;
-  const auto* o = dynamic_cast<const DirectionFilteredVectorLengthDataset*>(other);
-  return o != nullptr && orientedFiltering == o->orientedFiltering &&
-         positiveOrientedFiltering == o->positiveOrientedFiltering &&
-         filterNormalizedDirection == o->filterNormalizedDirection;
+  return entries.equivalent(*this, other, &DirectionFilteredVectorLengthDataset::parameters);
 }
 
 TARVElementType DirectionFilteredVectorLengthDataset::determineElementType() { return TARV_ELEMENT_TYPE_FLOAT; }
 
 bool DirectionFilteredVectorLengthDataset::readDatasetSpecificValue(std::string name, std::istream& is) {
-  if (name == "OrientedFiltering")
-    tempOrientedFiltering = FileReadWrite::readBoolValue(is);
-  else if (name == "PositiveOrientedFiltering")
-    tempPositiveOrientedFiltering = FileReadWrite::readBoolValue(is);
-  else if (name == "FilterNormalizedDirection")
-    tempFilterNormalizedDirection = Vector(FileReadWrite::readDoubleCoordinatesValue(is));
-  else
-    return false;
-  return true;
+  return entries.read(name, is, tempParameters);
 }
 
 void DirectionFilteredVectorLengthDataset::writeDatasetSpecificValues(std::ostream& os) {
-  FileReadWrite::writeValue(os, "OrientedFiltering", orientedFiltering);
-  FileReadWrite::writeValue(os, "PositiveOrientedFiltering", positiveOrientedFiltering);
-  FileReadWrite::writeValue(os, "FilterNormalizedDirection",
-                            static_cast<const Coordinates<double>&>(filterNormalizedDirection));
+  entries.write(os, parameters);
 }
 
 void DirectionFilteredVectorLengthDataset::checkParametersRegardingTheSourceDatasets() {
+  Vector& filterNormalizedDirection = parameters.filterNormalizedDirection;
   if (!inputValid) {
     filterNormalizedDirection = Vector(1, 1.0);
   } else if (filterNormalizedDirection.size() != sourceDatasets.size()) {
@@ -77,39 +73,37 @@ void DirectionFilteredVectorLengthDataset::checkParametersRegardingTheSourceData
 
 void DirectionFilteredVectorLengthDataset::initializeTempFields() {
   VectorLengthDataset::initializeTempFields();
-  tempOrientedFiltering = true;
-  tempPositiveOrientedFiltering = false;
-  tempFilterNormalizedDirection = Vector(1, 1.0);
+  tempParameters = Parameters();
 }
 
 void DirectionFilteredVectorLengthDataset::setParametersFromTempFields() {
-  setParameters(tempOrientedFiltering, tempFilterNormalizedDirection, tempPositiveOrientedFiltering);
+  const Parameters& t = tempParameters;
+  setParameters(t.orientedFiltering, t.filterNormalizedDirection, t.positiveOrientedFiltering);
 }
 
 void DirectionFilteredVectorLengthDataset::setParameters(bool oriented, const Vector& direction,
                                                          bool positiveOriented) {
-  orientedFiltering = oriented;
-  positiveOrientedFiltering = positiveOriented;
-  filterNormalizedDirection = direction;
+  parameters.orientedFiltering = oriented;
+  parameters.positiveOrientedFiltering = positiveOriented;
+  parameters.filterNormalizedDirection = direction;
   resetCache();
   checkParametersRegardingTheSourceDatasets();
 }
 
 void DirectionFilteredVectorLengthDataset::getParameters(bool& oriented, Vector& direction) const {
-  oriented = orientedFiltering;
-  direction = filterNormalizedDirection;
+  oriented = parameters.orientedFiltering;
+  direction = parameters.filterNormalizedDirection;
 }
 
 void DirectionFilteredVectorLengthDataset::getParameters(bool& oriented, Vector& direction,
                                                          bool& positiveOriented) const {
-  oriented = orientedFiltering;
-  direction = filterNormalizedDirection;
-  positiveOriented = positiveOrientedFiltering;
+  getParameters(oriented, direction);
+  positiveOriented = parameters.positiveOrientedFiltering;
 }
 
 void DirectionFilteredVectorLengthDataset::setFilterNormalizedDirection(const Vector& direction) {
-  if (direction == filterNormalizedDirection) return;
-  filterNormalizedDirection = direction;
+  if (direction == parameters.filterNormalizedDirection) return;
+  parameters.filterNormalizedDirection = direction;
   resetCache();
 }
 

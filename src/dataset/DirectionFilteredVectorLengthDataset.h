@@ -37,13 +37,16 @@ public:
   // computed elements.
   void setFilterNormalizedDirection(const Vector& direction);
 
+  // The parameters, one field per entry of the description.
+  struct Parameters {
+    bool orientedFiltering = true;
+    bool positiveOrientedFiltering = false;
+    Vector filterNormalizedDirection = Vector(1, 1.0);
+  };
+
 private:
-  bool orientedFiltering = true;
-  bool positiveOrientedFiltering = false;
-  Vector filterNormalizedDirection = Vector(1, 1.0);
-  bool tempOrientedFiltering = true;
-  bool tempPositiveOrientedFiltering = false;
-  Vector tempFilterNormalizedDirection = Vector(1, 1.0);
+  Parameters parameters;
+  Parameters tempParameters;
 };
 
 }  // namespace tarv

@@ -7,7 +7,9 @@
 
 namespace tarv {
 
-FileReadDataset::FileReadDataset() : ROICachedDataset(true) { setLibraryClass("FileReadDataset"); }
+FileReadDataset::FileReadDataset() : ROICachedDataset(true) {
+  setLibraryClass("FileReadDataset", &FileReadDataset::loadRow);
+}
 
 FileReadDataset::~FileReadDataset() { resetFileReadModule(); }
 
@@ -52,8 +54,10 @@ bool FileReadDataset::reshapeCacheForCalculation(const DatasetCoordinates& c) {
   return reshapeCacheToIncludeOnlyElement(c);
 }
 
-bool FileReadDataset::canReadRow(const DatasetCoordinates& first, int count) {
-  return isLibraryClass() && holdsRowInCache(first, count) && readModule != nullptr && readModule->isFileOpen();
+int FileReadDataset::loadRow(const DatasetCoordinates&, int count, bool check) {
+  // Rows of an open file are read as element reads read them, loading their blocks; so they can
+  // always be delivered, and none is computed here.
+  return check && readModule != nullptr && readModule->isFileOpen() ? count : 0;
 }
 
 bool FileReadDataset::calculateElement(const DatasetCoordinates& c) {

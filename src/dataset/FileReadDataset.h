@@ -16,9 +16,7 @@ public:
   ~FileReadDataset() override;
 
   bool calculateElement(const DatasetCoordinates& c) override;
-  // Rows inside the cache of an open file: elements not loaded yet are read as element reads
-  // read them, loading their blocks.
-  bool canReadRow(const DatasetCoordinates& first, int count) override;
+
   bool reshapeCacheForCalculation(const DatasetCoordinates& c) override;
 
   // Takes ownership; the previous module is closed and deleted first.
@@ -40,6 +38,8 @@ public:
   void setElementReferenceRow(const DatasetCoordinates& start, int count, const void* elements);
 
 private:
+  // The row formula: says which rows can be read (see CachedDataset::RowFormula).
+  int loadRow(const DatasetCoordinates& first, int count, bool check);
   DatasetFileReadModule* readModule = nullptr;
 };
 

@@ -22,9 +22,10 @@ constexpr filters::ParameterTable entries(
 }  // namespace
 
 GradientDataset::GradientDataset() {
-  setLibraryClass("GradientDataset");
-  mask = DatasetCalculations::getGradientCorrelationMask(parameters.gradientDimensionality, parameters.gradientDirection,
-                                                         parameters.gradientFilterSize);
+  setLibraryClass("GradientDataset", &GradientDataset::calculateRow);
+  const Parameters& q = parameters;
+  mask = DatasetCalculations::getGradientCorrelationMask(q.gradientDimensionality, q.gradientDirection,
+                                                         q.gradientFilterSize);
 }
 
 GradientDataset::~GradientDataset() {
@@ -90,9 +91,7 @@ void GradientDataset::setParametersFromTempFields() {
 void GradientDataset::setParameters(int dimensionality, int direction, int filterSize, bool voxel, double margin) {
   Parameters& q = parameters;
   q.gradientDimensionality = std::clamp(dimensionality, 2, 3);
-  q.gradientDirection = direction < 0                               ? 0
-                        : direction >= q.gradientDimensionality ? q.gradientDimensionality - 1
-                                                                    : direction;
+  q.gradientDirection = std::clamp(direction, 0, q.gradientDimensionality - 1);
   q.gradientFilterSize = filterSize == 3 || filterSize == 5 ? filterSize : 3;
   q.voxelGradient = voxel;
   delete mask;

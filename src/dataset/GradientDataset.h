@@ -21,7 +21,6 @@ public:
   // enlarged by half the mask.
   void announceAccess(const DatasetBoundingBox& box) override;
   bool calculateElement(const DatasetCoordinates& p) override;
-  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   // Compares direction, voxel gradient flag and margin value; dimensionality and filter size
   // take no part.
   bool isDatasetEquivalent(DependentDataset* other) override;
@@ -52,6 +51,8 @@ public:
   };
 
 private:
+  // The row formula (see CachedDataset::RowFormula).
+  int calculateRow(const DatasetCoordinates& first, int count, bool check);
   Parameters parameters;
   Dataset* mask = nullptr;
   DatasetCoordinates maskCentre{1, 1, 0, 0, 0};

@@ -20,7 +20,7 @@ double plateau(double v, double minimal, double maximal) {
 }  // namespace
 
 IntervalPlateauDataset::IntervalPlateauDataset() {
-  setLibraryClass("IntervalPlateauDataset");
+  setLibraryClass("IntervalPlateauDataset", &IntervalPlateauDataset::calculateRow);
 }
 
 IntervalPlateauDataset::~IntervalPlateauDataset() = default;

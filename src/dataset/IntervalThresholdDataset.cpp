@@ -16,7 +16,7 @@ constexpr filters::ParameterTable entries(
 }  // namespace
 
 IntervalThresholdDataset::IntervalThresholdDataset() {
-  setLibraryClass("IntervalThresholdDataset");
+  setLibraryClass("IntervalThresholdDataset", &IntervalThresholdDataset::calculateRow);
 }
 
 IntervalThresholdDataset::~IntervalThresholdDataset() = default;

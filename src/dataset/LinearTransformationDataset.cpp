@@ -17,7 +17,7 @@ double transform(double v, double factor, double summand) {
 }  // namespace
 
 LinearTransformationDataset::LinearTransformationDataset() {
-  setLibraryClass("LinearTransformationDataset");
+  setLibraryClass("LinearTransformationDataset", &LinearTransformationDataset::calculateRow);
 }
 
 LinearTransformationDataset::~LinearTransformationDataset() = default;

@@ -17,7 +17,7 @@ constexpr filters::ParameterTable entries(
 }  // namespace
 
 ScaleDataset::ScaleDataset() {
-  setLibraryClass("ScaleDataset");
+  setLibraryClass("ScaleDataset", &ScaleDataset::calculateRow);
 }
 
 ScaleDataset::~ScaleDataset() = default;

@@ -15,7 +15,6 @@ public:
 
   bool isInputOk() const override;
   bool calculateElement(const DatasetCoordinates& p) override;
-  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   // Compares the four range bounds; the calculate flag takes no part.
   bool isDatasetEquivalent(DependentDataset* other) override;
   TARVElementType determineElementType() override;
@@ -45,6 +44,8 @@ public:
   };
 
 private:
+  // The row formula (see CachedDataset::RowFormula).
+  int calculateRow(const DatasetCoordinates& first, int count, bool check);
   Parameters parameters;
   Parameters tempParameters;
 };

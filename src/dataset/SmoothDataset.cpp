@@ -22,7 +22,7 @@ constexpr filters::ParameterTable entries(filters::entry("KernelXSize", &P::kern
 }  // namespace
 
 SmoothDataset::SmoothDataset() {
-  setLibraryClass("SmoothDataset");
+  setLibraryClass("SmoothDataset", &SmoothDataset::calculateRow);
   mask = DatasetCalculations::getBinomialKernelMask(parameters.kernelXSize, parameters.kernelYSize,
                                                      parameters.kernelZSize);
 }

@@ -20,7 +20,6 @@ public:
   // enlarged by half the mask.
   void announceAccess(const DatasetBoundingBox& box) override;
   bool calculateElement(const DatasetCoordinates& p) override;
-  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   // Compares the three kernel sizes and the margin value.
   bool isDatasetEquivalent(DependentDataset* other) override;
   TARVElementType determineElementType() override;
@@ -47,6 +46,8 @@ public:
   };
 
 private:
+  // The row formula (see CachedDataset::RowFormula).
+  int calculateRow(const DatasetCoordinates& first, int count, bool check);
   Parameters parameters;
   Dataset* mask = nullptr;
   DatasetCoordinates maskCentre{0, 0, 0, 0, 0};

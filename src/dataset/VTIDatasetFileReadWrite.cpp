@@ -24,7 +24,8 @@ void VTIDatasetFileReadWrite::write(Dataset* dataset, int t) { (void)formats::wr
 
 Status formats::readVtiFile(VTIDatasetFileReadWrite& file, Dataset* dataset, int t) {
   vtkXMLImageDataReader* reader = file.getReader();
-  return readImageWithVtk(reader, reader->CanReadFile(file.getFileName().c_str()) != 0, dataset, t);
+  return readImageWithVtk(reader, reader->CanReadFile(file.getFileName().c_str()) != 0, "VTK XML image data", dataset,
+                          t);
 }
 
 Status formats::writeVtiFile(VTIDatasetFileReadWrite& file, Dataset* dataset, int t) {

@@ -29,7 +29,9 @@ void VTKWrapperDatasetFileReadWrite::write(Dataset* dataset, int t) {
 Status formats::readThroughVtkReader(VTKWrapperDatasetFileReadWrite& file, Dataset* dataset, int t) {
   vtkImageReader2* reader = file.getReader();
   if (reader == nullptr) return unsupportedError("no reader for the format");
-  return readImageWithVtk(reader, reader->CanReadFile(file.getFileName().c_str()) != 0, dataset, t);
+  const char* formatName = reader->GetDescriptiveName();
+  return readImageWithVtk(reader, reader->CanReadFile(file.getFileName().c_str()) != 0,
+                          formatName != nullptr ? formatName : "image", dataset, t);
 }
 
 Status formats::writeThroughVtkWriter(VTKWrapperDatasetFileReadWrite& file, Dataset* dataset, int t) {

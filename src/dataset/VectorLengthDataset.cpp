@@ -38,7 +38,7 @@ void lengthsOf(const double* components, std::size_t count, double* lengths) {
 }  // namespace
 
 VectorLengthDataset::VectorLengthDataset() {
-  setLibraryClass("VectorLengthDataset");
+  setLibraryClass("VectorLengthDataset", &VectorLengthDataset::calculateRow);
 }
 
 VectorLengthDataset::~VectorLengthDataset() = default;

@@ -15,7 +15,6 @@ public:
 
   bool isInputOk() const override;
   bool calculateElement(const DatasetCoordinates& p) override;
-  int calculateRow(const DatasetCoordinates& first, int count, bool check) override;
   bool isDatasetEquivalent(DependentDataset* other) override;
   TARVElementType determineElementType() override;
   bool readDatasetSpecificValue(std::string name, std::istream& is) override;
@@ -31,6 +30,8 @@ protected:
   Vector& readSourceVector(const DatasetCoordinates& p);
 
 private:
+  // The row formula (see CachedDataset::RowFormula).
+  int calculateRow(const DatasetCoordinates& first, int count, bool check);
   Vector sourceVector;
 };
 

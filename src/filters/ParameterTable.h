@@ -31,8 +31,12 @@ inline void readParameter(std::istream& is, TARVElementType& value) {
               : TARV_ELEMENT_TYPE_UNKNOWN;
 }
 
-inline void writeParameter(std::ostream& os, const char* name, int value) { FileReadWrite::writeValue(os, name, value); }
-inline void writeParameter(std::ostream& os, const char* name, bool value) { FileReadWrite::writeValue(os, name, value); }
+inline void writeParameter(std::ostream& os, const char* name, int value) {
+  FileReadWrite::writeValue(os, name, value);
+}
+inline void writeParameter(std::ostream& os, const char* name, bool value) {
+  FileReadWrite::writeValue(os, name, value);
+}
 inline void writeParameter(std::ostream& os, const char* name, double value) {
   FileReadWrite::writeValue(os, name, value);
 }

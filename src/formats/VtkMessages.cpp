@@ -40,9 +40,9 @@ void VtkErrorCapture::onError(vtkObject*, unsigned long, void* capture, void* te
   vtkOutputWindowDisplayErrorText(message);
 }
 
-Status readImageWithVtk(vtkAlgorithm* reader, bool canRead, Dataset* dataset, int t) {
+Status readImageWithVtk(vtkAlgorithm* reader, bool canRead, const std::string& formatName, Dataset* dataset, int t) {
   if (dataset == nullptr) return invalidArgumentError("no dataset to read into");
-  if (!canRead) return corruptError("VTK cannot read it (not a file of its format)");
+  if (!canRead) return corruptError("not a readable " + formatName + " file");
   Result<vtkImageData*> image = runVtkReader(reader);
   if (!image.ok()) return image.status();
   dataset->fromImageData(*image, t);

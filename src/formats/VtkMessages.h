@@ -47,8 +47,9 @@ Result<vtkImageData*> runVtkReader(vtkAlgorithm* reader);
 // Whether a file of this name can be written: its directory exists and is writable, and so is the
 // file if it exists. (VTK's writers leak when they cannot open their file.)
 Status checkWritableFile(const std::string& name);
-// Runs reader (canRead: it takes the file) and puts its image into time step t of dataset.
-Status readImageWithVtk(vtkAlgorithm* reader, bool canRead, Dataset* dataset, int t);
+// Runs reader (canRead: it takes the file, a formatName file) and puts its image into time step t
+// of dataset.
+Status readImageWithVtk(vtkAlgorithm* reader, bool canRead, const std::string& formatName, Dataset* dataset, int t);
 // Converts time step t of dataset and hands the image to write, which runs writer on it; name is
 // the writer's file name.
 Status writeImageWithVtk(vtkAlgorithm* writer, const char* name, Dataset* dataset, int t, bool withWorldEmbedding,

@@ -169,6 +169,26 @@ TEST_F(Info, TruncatedFilesAreOneLineErrors) {
   }
 }
 
+TEST_F(Info, FailingReadsNameTheirReason) {
+  DatasetHandle volume = makeDataset(DatasetCoordinates(20, 20, 4, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT,
+                                     [](int x, int y, int z, int) { return x + 20 * y + 400 * z; });
+  TiffDatasetFileWrite writer;
+  writer.fileName = file("volume.tif");
+  writer.write(GetRawPtr(volume));
+  // The tiles follow the 8-byte file header; the directory comes last, so the file still opens.
+  std::string bytes = readText(file("volume.tif"));
+  for (std::size_t i = 8; i < 40; ++i) bytes[i] = static_cast<char>(0xff);
+  writeText(file("damaged.tif"), bytes);
+  expectOneLineError(run({"stats", "damaged.tif"}), {"damaged.tif", "damaged file", "cannot read tile"});
+  expectOneLineError(run({"convert", "damaged.tif", "out.tarv"}), {"damaged.tif", "cannot read tile"});
+  EXPECT_FALSE(std::filesystem::exists(file("out.tarv")));
+
+  writeText(file("text.tif"), "plain text, not TIFF\n");
+  expectOneLineError(run({"info", "text.tif"}), {"text.tif", "not a readable TIFF file", "libtiff"});
+  writeText(file("text.png"), "plain text, not PNG\n");
+  expectOneLineError(run({"info", "text.png"}), {"text.png", "not a readable PNG file"});
+}
+
 TEST_F(Info, GarbageNeverCrashes) {
   std::mt19937 random(1234);
   SCOPED_TRACE("seed 1234");

@@ -1,0 +1,99 @@
+// The table of dataset file formats and reading and writing by format.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "TestSupport.h"
+#include "formats/FormatRegistry.h"
+
+namespace tarv {
+namespace {
+
+using formats::FileFormat;
+using testing::TemporaryDirectory;
+using testing::writeBytes;
+
+TEST(FormatRegistry, NamesAndExtensionsChooseFormats) {
+  EXPECT_EQ(formats::formatFromName("TARV1"), FileFormat::tarv1);
+  EXPECT_EQ(formats::formatFromName("tarv"), FileFormat::tarv1);
+  EXPECT_EQ(formats::formatFromName("paged-tiff"), FileFormat::pagedTiff);
+  EXPECT_EQ(formats::formatFromName("jpg"), FileFormat::jpeg);
+  EXPECT_EQ(formats::formatFromName("bmp"), std::nullopt);
+  EXPECT_EQ(formats::formatFromExtension("dir.d/a.TIFF"), FileFormat::pagedTiff);
+  EXPECT_EQ(formats::formatFromExtension("a.jpeg"), FileFormat::jpeg);
+  EXPECT_EQ(formats::formatFromExtension("a"), std::nullopt);
+  EXPECT_EQ(formats::formatFromExtension("a.xyz"), std::nullopt);
+  EXPECT_EQ(formats::formatNameList(), "tarv1, tiff, vtk-tiff, raw, png, jpeg, vti");
+  EXPECT_EQ(formats::formatExtensionList(), ".tarv, .tif, .tiff, .raw, .png, .jpg, .jpeg, .vti");
+  EXPECT_EQ(formats::formatTable().size(), 7u);
+  EXPECT_STREQ(formats::describeFormat(FileFormat::vti).displayName, "VTK image data");
+}
+
+TEST(FormatRegistry, HelpTableHasOneAlignedLinePerFormat) {
+  const std::string table = formats::formatHelpTable();
+  EXPECT_NE(table.find("  tarv1     .tarv        TARV1: "), std::string::npos) << table;
+  EXPECT_NE(table.find("  vtk-tiff               TIFF through VTK"), std::string::npos) << table;
+  EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 7);
+}
+
+TEST(FormatRegistry, ElementTypesAndShapes) {
+  EXPECT_TRUE(formats::formatHoldsElementType(FileFormat::pagedTiff, TARV_ELEMENT_TYPE_BOOL));
+  EXPECT_FALSE(formats::formatHoldsElementType(FileFormat::pagedTiff, TARV_ELEMENT_TYPE_DOUBLE));
+  EXPECT_FALSE(formats::formatHoldsElementType(FileFormat::vti, TARV_ELEMENT_TYPE_SIGNED_LONG_INT));
+  EXPECT_EQ(formats::elementTypesHeldBy(FileFormat::png), "uint8, uint16");
+  const Status type = formats::checkFormatHoldsElementType(FileFormat::jpeg, TARV_ELEMENT_TYPE_FLOAT);
+  EXPECT_EQ(type.code(), StatusCode::unsupported);
+  EXPECT_EQ(type.message(), "JPEG cannot hold float elements (it holds uint8)");
+  EXPECT_TRUE(formats::checkFormatHoldsShape(FileFormat::pagedTiff, DatasetCoordinates(9, 9, 9, 1, 4)).ok());
+  EXPECT_EQ(formats::checkFormatHoldsShape(FileFormat::pagedTiff, DatasetCoordinates(9, 9, 9, 1, 5)).code(),
+            StatusCode::unsupported);
+  EXPECT_TRUE(formats::checkFormatHoldsShape(FileFormat::raw, DatasetCoordinates(9, 9, 9, 1, 7)).ok());
+  EXPECT_EQ(formats::checkFormatHoldsShape(FileFormat::png, DatasetCoordinates(9, 9, 2, 1, 1)).message(),
+            "PNG holds one plane; the data has 2");
+}
+
+TEST(FormatRegistry, WritesAndReadsEveryFormat) {
+  TemporaryDirectory dir;
+  Dataset d(true);
+  d.newDataset(DatasetCoordinates(5, 4, 1, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_CHAR, DatasetWorldEmbedding());
+  for (auto it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
+    d.setElement<double>(it, 10 + it.x);
+  for (const formats::FormatDescription& format : formats::formatTable()) {
+    SCOPED_TRACE(format.name);
+    const std::string path = dir.file(std::string("a.") + format.name);
+    formats::RawLayout raw;
+    raw.size = d.getSize();
+    raw.elementType = d.getElementType();
+    ASSERT_TRUE(formats::writeDatasetFile(&d, path, format.format, raw).ok());
+    formats::ReadRequest request;
+    request.format = format.format;
+    request.raw = raw;
+    for (bool lazy : {true, false}) {
+      request.lazy = lazy;
+      Result<formats::OpenedFile> opened = formats::readDatasetFile(path, request);
+      ASSERT_TRUE(opened.ok()) << opened.status().toString();
+      Dataset* back = GetRawPtr(opened->handle);
+      EXPECT_EQ(opened->lazy, lazy && format.readsLazily);
+      EXPECT_EQ(back->getSize(), d.getSize());
+      EXPECT_EQ(back->getElement<double>(DatasetCoordinates(4, 3, 0, 0, 0)), 14.0);
+      EXPECT_TRUE(formats::blockReadStatus(back).ok());
+    }
+  }
+}
+
+TEST(FormatRegistry, ReadFailuresCarryTheReason) {
+  TemporaryDirectory dir;
+  formats::ReadRequest request;
+  request.format = FileFormat::tarv1;
+  EXPECT_EQ(formats::readDatasetFile(dir.file("absent.tarv"), request).status().code(), StatusCode::notFound);
+  writeBytes(dir.file("text.tif"), "plain text");
+  request.format = FileFormat::pagedTiff;
+  const Result<formats::OpenedFile> tiff = formats::readDatasetFile(dir.file("text.tif"), request);
+  EXPECT_EQ(tiff.status().code(), StatusCode::corrupt);
+  EXPECT_NE(tiff.status().message().find("not a readable TIFF file"), std::string::npos) << tiff.status().message();
+  request.format = FileFormat::raw;
+  EXPECT_EQ(formats::readDatasetFile(dir.file("text.tif"), request).status().code(), StatusCode::invalidArgument);
+}
+
+}  // namespace
+}  // namespace tarv
