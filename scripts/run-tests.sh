@@ -31,7 +31,7 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 
 echo "== ThreadSanitizer on the threaded tests"
 cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=Debug -DTARV_TSAN=ON -DTARV_BUILD_TOOLS=OFF
-threaded=$(cd tests && ls *Thread*Test.cpp 2>/dev/null | sed 's/\.cpp$//' || true)
+threaded=$(find tests -name '*Thread*Test.cpp' -printf '%f\n' | sed 's/\.cpp$//' | sort)
 if [ -n "$threaded" ]; then
   for t in $threaded; do
     cmake --build build/tsan -j"$jobs" --target "$t"
