@@ -2,7 +2,8 @@
 #define TARV_TESTS_TESTSUPPORT_H
 
 // Helpers shared by several tests: coordinates, element patterns, dataset snapshots, temporary
-// directories, whole-file byte access and a memory that counts (and may refuse) allocations.
+// directories, whole-file byte access, a memory that counts (and may refuse) allocations and a
+// dataset that counts its element accesses.
 
 #include <cstdint>
 #include <cstdlib>
@@ -18,6 +19,7 @@
 #include <system_error>
 #include <vector>
 
+#include "core/Progress.h"
 #include "dataset/ArrayDatasetMemory.h"
 #include "dataset/Dataset.h"
 
@@ -142,6 +144,52 @@ protected:
 
 private:
   std::shared_ptr<AllocationStats> stats;
+};
+
+// Counts the virtual element accesses and announcements that reach the dataset.
+class CountingDataset : public Dataset {
+public:
+  CountingDataset() : Dataset(true) {}
+  int coordinateReads = 0;
+  int iteratorReads = 0;
+  int coordinateWrites = 0;
+  int iteratorWrites = 0;
+  int fullAnnouncements = 0;
+  int boxAnnouncements = 0;
+  int fullCalculations = 0;
+
+  void announceAccess(const DatasetBoundingBox& box) override {
+    ++boxAnnouncements;
+    Dataset::announceAccess(box);
+  }
+  void announceAccessToFullDataset() override {
+    ++fullAnnouncements;
+    Dataset::announceAccessToFullDataset();
+  }
+  bool getElementByBuffer(const DatasetCoordinates& p, void* buffer) override {
+    ++coordinateReads;
+    return Dataset::getElementByBuffer(p, buffer);
+  }
+  void setElementByBuffer(const DatasetCoordinates& p, const void* buffer) override {
+    ++coordinateWrites;
+    Dataset::setElementByBuffer(p, buffer);
+  }
+  bool getElementByBuffer(const DatasetCoordinatesIterator& it, void* buffer) override {
+    ++iteratorReads;
+    return Dataset::getElementByBuffer(it, buffer);
+  }
+  void setElementByBuffer(const DatasetCoordinatesIterator& it, const void* buffer) override {
+    ++iteratorWrites;
+    Dataset::setElementByBuffer(it, buffer);
+  }
+  void calculateFullDataset(Progress* progress) override {
+    ++fullCalculations;
+    Dataset::calculateFullDataset(progress);
+  }
+  void resetCounts() {
+    coordinateReads = iteratorReads = coordinateWrites = iteratorWrites = 0;
+    fullAnnouncements = boxAnnouncements = fullCalculations = 0;
+  }
 };
 
 }  // namespace tarv::testing

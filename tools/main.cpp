@@ -1,6 +1,7 @@
 // tarv: the command-line tool of the dataset library. Each subcommand lives in its own
-// <Name>Command.cpp; this file parses the command line, runs the chosen subcommand and turns
-// every failure into exit status 1 and one line on the standard error stream.
+// <Name>Command.cpp; this file parses the command line and runs the chosen subcommand. Exit
+// status: 0 on success (and for --help and --version), 1 on a usage or input error with one line
+// on the standard error stream, 130 when interrupted.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>

@@ -94,20 +94,29 @@ void DatasetMemory::castBufferValue(const void* source, void* target, TARVElemen
   });
 }
 
-DatasetMemory* DatasetMemory::clone() const {
-  DatasetMemory* copy = cloneEmpty();
-  if (!allocated || !copy->allocate(size, elementType, start)) return copy;
-  // Component 0 only: the iteration coordinates start from the default coordinates. A memory
-  // that holds no component 0 has nothing to copy.
-  if (start.c > 0 || end.c < 0) return copy;
+namespace {
+
+// Visits the elements of component 0 in the order t, z, y, x (x innermost); nothing when the
+// memory holds no component 0 (the iteration coordinates start from the default coordinates).
+template <typename Visit>
+void forEachComponentZeroElement(const DatasetCoordinates& start, const DatasetCoordinates& end, Visit visit) {
+  if (start.c > 0 || end.c < 0) return;
   DatasetCoordinates p;
   for (p.t = start.t; p.t <= end.t; ++p.t)
     for (p.z = start.z; p.z <= end.z; ++p.z)
       for (p.y = start.y; p.y <= end.y; ++p.y)
-        for (p.x = start.x; p.x <= end.x; ++p.x) {
-          getElementByBuffer(p, scratch);
-          copy->setElementByBuffer(p, scratch);
-        }
+        for (p.x = start.x; p.x <= end.x; ++p.x) visit(p);
+}
+
+}  // namespace
+
+DatasetMemory* DatasetMemory::clone() const {
+  DatasetMemory* copy = cloneEmpty();
+  if (!allocated || !copy->allocate(size, elementType, start)) return copy;
+  forEachComponentZeroElement(start, end, [&](const DatasetCoordinates& p) {
+    getElementByBuffer(p, scratch);
+    copy->setElementByBuffer(p, scratch);
+  });
   return copy;
 }
 
@@ -115,18 +124,13 @@ DatasetMemory* DatasetMemory::clone(TARVElementType newType) const {
   if (!isStorableElementType(newType)) return nullptr;
   DatasetMemory* copy = cloneEmpty();
   if (!allocated || !copy->allocate(size, newType, start)) return copy;
-  if (start.c > 0 || end.c < 0) return copy;
-  // The converted value lands in the copy's scratch buffer, but the copy stores this memory's
-  // unconverted bytes; callers that need converted values use the typed copies of Dataset.
-  DatasetCoordinates p;
-  for (p.t = start.t; p.t <= end.t; ++p.t)
-    for (p.z = start.z; p.z <= end.z; ++p.z)
-      for (p.y = start.y; p.y <= end.y; ++p.y)
-        for (p.x = start.x; p.x <= end.x; ++p.x) {
-          getElementByBuffer(p, scratch);
-          castBufferValue(scratch, copy->getElementBuffer(), elementType, newType);
-          copy->setElementByBuffer(p, scratch);
-        }
+  // As documented for this operation: the converted value lands in the copy's scratch buffer,
+  // but the copy stores this memory's unconverted bytes (the typed copies of Dataset convert).
+  forEachComponentZeroElement(start, end, [&](const DatasetCoordinates& p) {
+    getElementByBuffer(p, scratch);
+    castBufferValue(scratch, copy->getElementBuffer(), elementType, newType);
+    copy->setElementByBuffer(p, scratch);
+  });
   return copy;
 }
 
