@@ -61,6 +61,14 @@ Vector3D toVector(const ExactKernel::Point_3& p) {
 }
 Vector2D toVector(const ExactKernel::Point_2& p) { return Vector2D(CGAL::to_double(p.x()), CGAL::to_double(p.y())); }
 
+// first, last := the meeting points as doubles; true.
+template <typename Point, typename Vec>
+bool storeMeeting(const Point& meetFirst, const Point& meetLast, Vec& first, Vec& last) {
+  first = toVector(meetFirst);
+  last = toVector(meetLast);
+  return true;
+}
+
 ExactKernel::Point_3 toExact(const Vector3D& p) { return ExactKernel::Point_3(p.x, p.y, p.z); }
 ExactKernel::Point_2 toExact(const Vector2D& p) { return ExactKernel::Point_2(p.x, p.y); }
 
@@ -169,10 +177,7 @@ bool Mathematics::lineTriangleIntersection3D(const Vector3D& linePoint, const Ve
       if (CGAL::squared_distance(b, c) > segment.squared_length()) segment = K::Segment_3(b, c);
       met = collectMeeting<K::Point_3, K::Segment_3>(line, CGAL::intersection(line, segment), meetFirst, meetLast);
     }
-    if (!met) return false;
-    first = toVector(meetFirst);
-    last = toVector(meetLast);
-    return true;
+    return met && storeMeeting(meetFirst, meetLast, first, last);
   } catch (...) {
     return false;
   }
@@ -194,10 +199,7 @@ bool Mathematics::lineSegmentIntersection2D(const Vector2D& linePoint, const Vec
     } else {
       met = collectMeeting<K::Point_2, K::Segment_2>(line, CGAL::intersection(line, K::Segment_2(a, b)), meetFirst, meetLast);
     }
-    if (!met) return false;
-    first = toVector(meetFirst);
-    last = toVector(meetLast);
-    return true;
+    return met && storeMeeting(meetFirst, meetLast, first, last);
   } catch (...) {
     return false;
   }
