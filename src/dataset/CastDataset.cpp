@@ -1,5 +1,8 @@
 #include "dataset/CastDataset.h"
 
+#include <limits>
+#include <memory>
+
 #include "filters/ParameterTable.h"
 
 namespace tarv {
@@ -11,7 +14,7 @@ constexpr filters::ParameterTable entries(filters::entry("ElementType", &P::elem
 
 }  // namespace
 
-CastDataset::CastDataset() { setLibraryClass("CastDataset"); }
+CastDataset::CastDataset() { setLibraryClass("CastDataset", &CastDataset::calculateRow); }
 
 CastDataset::~CastDataset() = default;
 
@@ -26,6 +29,39 @@ bool CastDataset::calculateElement(const DatasetCoordinates& p) {
   DatasetMemory::castBufferValue(sourceBuffer, elementBuffer, source->getElementType(), parameters.elementType);
   setElementByBuffer(p, elementBuffer);
   return true;
+}
+
+namespace {
+
+// Whether every value of the element type is a double, so that converting through double gives
+// what converting directly gives.
+bool convertsExactlyThroughDouble(TARVElementType type) {
+  bool exact = false;
+  dispatchElementType(type, [&]<typename T>() {
+    exact = std::numeric_limits<T>::digits <= std::numeric_limits<double>::digits;
+  });
+  return exact;
+}
+
+}  // namespace
+
+int CastDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  Dataset* source = sourceDatasets.empty() ? nullptr : sourceDatasets.front();
+  // The element path stores the converted bytes as the dataset's type: only where the types agree
+  // is that a conversion.
+  if (source == nullptr || parameters.elementType != elementType ||
+      !convertsExactlyThroughDouble(source->getElementType()))
+    return 0;
+  if (!holdsRow(first, count) || !source->canReadRow(first, count)) return 0;
+  if (check) return count;
+  const auto values = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(count));
+  source->readRow(first, count, values.get());
+  // The source's element buffer holds its last raw element, as the element path leaves it.
+  DatasetCoordinates last = first;
+  last.x += count - 1;
+  source->getElementByBuffer(last, source->getElementBuffer());
+  storeRow(first, count, values.get());
+  return count;
 }
 
 bool CastDataset::isDatasetEquivalent(DependentDataset* other) {

@@ -32,6 +32,8 @@ public:
   };
 
 private:
+  // The row formula (see CachedDataset::RowFormula).
+  int calculateRow(const DatasetCoordinates& first, int count, bool check);
   Parameters parameters;
   Parameters tempParameters;
 };

@@ -1,5 +1,7 @@
 #include "dataset/ConstantDataset.h"
 
+#include <vector>
+
 #include "filters/ParameterTable.h"
 
 namespace tarv {
@@ -11,7 +13,7 @@ constexpr filters::ParameterTable entries(filters::entry("ElementValue", &P::ele
 
 }  // namespace
 
-ConstantDataset::ConstantDataset() { setLibraryClass("ConstantDataset"); }
+ConstantDataset::ConstantDataset() { setLibraryClass("ConstantDataset", &ConstantDataset::calculateRow); }
 
 ConstantDataset::~ConstantDataset() = default;
 
@@ -25,6 +27,14 @@ bool ConstantDataset::calculateElement(const DatasetCoordinates& p) {
   setElementReference<double>(p, parameters.elementValue);
   setElementCacheStatus(p, true);
   return true;
+}
+
+int ConstantDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  if (!holdsRow(first, count)) return 0;
+  if (check) return count;
+  const std::vector<double> values(static_cast<std::size_t>(count), parameters.elementValue);
+  storeRow(first, count, values.data());
+  return count;
 }
 
 bool ConstantDataset::isDatasetEquivalent(DependentDataset* other) {

@@ -18,13 +18,34 @@ constexpr filters::ParameterTable entries(filters::entry("OrientedFiltering", &P
 }  // namespace
 
 DirectionFilteredVectorLengthDataset::DirectionFilteredVectorLengthDataset() {
-  setLibraryClass("DirectionFilteredVectorLengthDataset");
+  setLibraryClass("DirectionFilteredVectorLengthDataset", &DirectionFilteredVectorLengthDataset::calculateRow);
 }
 
 DirectionFilteredVectorLengthDataset::~DirectionFilteredVectorLengthDataset() = default;
 
 bool DirectionFilteredVectorLengthDataset::calculateElement(const DatasetCoordinates& p) {
-  Vector& vector = readSourceVector(p);
+  setElementReference<double>(p, filteredLength(readSourceVector(p)));
+  setElementCacheStatus(p, true);
+  return true;
+}
+
+int DirectionFilteredVectorLengthDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  std::vector<double> components;
+  if (readSourceRows(first, count, check, components) == 0) return 0;
+  if (check) return count;
+  const auto length = static_cast<std::size_t>(count);
+  const unsigned n = sourceVector.size();
+  std::vector<double> values(length);
+  // Element by element through the scratch vector, which is left as the last element leaves it.
+  for (std::size_t x = 0; x < length; ++x) {
+    for (unsigned i = 0; i < n; ++i) sourceVector[i] = components[i * length + x];
+    values[x] = filteredLength(sourceVector);
+  }
+  storeRow(first, count, values.data());
+  return count;
+}
+
+double DirectionFilteredVectorLengthDataset::filteredLength(Vector& vector) const {
   const double length = vector.getLength();
   double result = 0.0;
   if (!Mathematics::areSimilarWithTolerance(length, 0.0, 1e-7)) {
@@ -40,9 +61,7 @@ bool DirectionFilteredVectorLengthDataset::calculateElement(const DatasetCoordin
       weight = t <= 0.5 ? 1.0 - 2.0 * t : 0.0;
     result = weight * length;
   }
-  setElementReference<double>(p, result);
-  setElementCacheStatus(p, true);
-  return true;
+  return result;
 }
 
 bool DirectionFilteredVectorLengthDataset::isDatasetEquivalent(DependentDataset* other) {

@@ -45,6 +45,10 @@ public:
   };
 
 private:
+  // The row formula (see CachedDataset::RowFormula).
+  int calculateRow(const DatasetCoordinates& first, int count, bool check);
+  // The element for the vector of the source elements, which it normalizes unless it is too short.
+  double filteredLength(Vector& vector) const;
   Parameters parameters;
   Parameters tempParameters;
 };

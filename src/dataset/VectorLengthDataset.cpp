@@ -61,17 +61,29 @@ bool VectorLengthDataset::calculateElement(const DatasetCoordinates& p) {
   return true;
 }
 
-int VectorLengthDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+int VectorLengthDataset::readSourceRows(const DatasetCoordinates& first, int count, bool check,
+                                        std::vector<double>& components) {
   const std::size_t n = sourceDatasets.size();
-  if (n < 1 || n > static_cast<std::size_t>(maximalSourceCount) || !holdsRow(first, count))
-    return 0;
+  if (n < 1 || n > static_cast<std::size_t>(maximalSourceCount) || !holdsRow(first, count)) return 0;
   for (Dataset* source : sourceDatasets)
     if (!source->canReadRow(first, count)) return 0;
   if (check) return count;
   const auto length = static_cast<std::size_t>(count);
-  std::vector<double> components(n * length);
+  components.resize(n * length);
   for (std::size_t i = 0; i < n; ++i)
     sourceDatasets[i]->readRowAsElements(first, count, components.data() + i * length);
+  // The vector of the last element, as element-wise reading leaves it.
+  if (sourceVector.size() != n) sourceVector = Vector(static_cast<unsigned>(n));
+  for (std::size_t i = 0; i < n; ++i) sourceVector[static_cast<unsigned>(i)] = components[i * length + length - 1];
+  return count;
+}
+
+int VectorLengthDataset::calculateRow(const DatasetCoordinates& first, int count, bool check) {
+  std::vector<double> components;
+  if (readSourceRows(first, count, check, components) == 0) return 0;
+  if (check) return count;
+  const std::size_t n = sourceDatasets.size();
+  const auto length = static_cast<std::size_t>(count);
   std::vector<double> values(length);
   switch (n) {
     case 1: lengthsOf<1>(components.data(), length, values.data()); break;
@@ -79,10 +91,6 @@ int VectorLengthDataset::calculateRow(const DatasetCoordinates& first, int count
     case 3: lengthsOf<3>(components.data(), length, values.data()); break;
     default: lengthsOf<4>(components.data(), length, values.data()); break;
   }
-  // The vector of the last element, as element-wise computing leaves it.
-  Vector& vector = sourceVector;
-  if (vector.size() != n) vector = Vector(static_cast<unsigned>(n));
-  for (std::size_t i = 0; i < n; ++i) vector[static_cast<unsigned>(i)] = components[i * length + length - 1];
   storeRow(first, count, values.data());
   return count;
 }
