@@ -58,6 +58,29 @@ void correctNegativeFillerSizes(RawDatasetFileReadWrite& file) {
   file.elementSuffixSize = std::max(file.elementSuffixSize, 0);
 }
 
+// Where the elements of a raw file lie: negative filler sizes count as none.
+struct ElementLayout {
+  std::size_t elementSize = 0;
+  std::uint64_t header = 0, trailer = 0, prefix = 0, suffix = 0;
+
+  explicit ElementLayout(const RawDatasetFileReadWrite& file)
+      : elementSize(RawDatasetFileReadWrite::getStoredElementSize(file.elementType)),
+        header(static_cast<std::uint64_t>(std::max(file.headerSize, 0))),
+        trailer(static_cast<std::uint64_t>(std::max(file.trailerSize, 0))),
+        prefix(static_cast<std::uint64_t>(std::max(file.elementPrefixSize, 0))),
+        suffix(static_cast<std::uint64_t>(std::max(file.elementSuffixSize, 0))) {}
+  std::uint64_t stride() const { return elementSize + prefix + suffix; }
+  // Runs of elements, fillers included, go through one read or write call each; elements with
+  // very large fillers one by one.
+  bool gathers() const { return stride() <= kChunkBytes; }
+  std::uint64_t elementsPerChunk(std::uint64_t total) const {
+    return gathers() ? std::clamp<std::uint64_t>(kChunkBytes / stride(), 1, total) : 1;
+  }
+  std::size_t chunkBytes(std::uint64_t total) const {
+    return static_cast<std::size_t>(gathers() ? elementsPerChunk(total) * stride() : elementSize);
+  }
+};
+
 Status unsupportedElementType(TARVElementType type) {
   return unsupportedError("raw files cannot store elements of type " + std::to_string(static_cast<int>(type)));
 }
@@ -65,9 +88,7 @@ Status unsupportedElementType(TARVElementType type) {
 }  // namespace
 
 unsigned int RawDatasetFileReadWrite::getStoredElementSize(TARVElementType type) {
-  unsigned int bytes = 0;
-  dispatchElementType(type, [&]<typename T>() { bytes = sizeof(T); });
-  return bytes;
+  return DatasetMemory::getElementTypeByteSize(type);
 }
 
 void RawDatasetFileReadWrite::read(Dataset* dataset) { (void)formats::readRawFile(*this, dataset); }
@@ -77,45 +98,37 @@ Status formats::readRawFile(RawDatasetFileReadWrite& file, Dataset* dataset) {
   std::ifstream stream(file.fileName, std::ios::binary);
   if (Status opened = checkOpenedForReading(stream.is_open(), file.fileName); !opened.ok()) return opened;
   correctNegativeFillerSizes(file);
-  const TARVElementType elementType = file.elementType;
-  const bool byteSwap = file.byteSwap;
-  const int headerSize = file.headerSize;
-  const int elementPrefixSize = file.elementPrefixSize;
-  const int elementSuffixSize = file.elementSuffixSize;
-  const std::size_t elementSize = RawDatasetFileReadWrite::getStoredElementSize(elementType);
-  if (elementSize == 0) return unsupportedElementType(elementType);
+  const ElementLayout layout(file);
+  if (layout.elementSize == 0) return unsupportedElementType(file.elementType);
 
   const DatasetCoordinates size = dataset->getSize();
-  if (Status layout = checkRawFileSize(file, size); !layout.ok()) return layout;
+  if (Status checked = checkRawFileSize(file, size); !checked.ok()) return checked;
   const std::uint64_t total = elementCountOf(size);
-  const std::uint64_t stride = elementSize + static_cast<std::uint64_t>(elementPrefixSize) +
-                               static_cast<std::uint64_t>(elementSuffixSize);
-  stream.seekg(headerSize, std::ios::beg);
-
-  // Runs of elements, fillers included, are read in one call each; elements with very large
-  // fillers are read one by one.
-  const bool gather = stride <= kChunkBytes;
-  const std::uint64_t perChunk = gather ? std::clamp<std::uint64_t>(kChunkBytes / stride, 1, total) : 1;
-  std::vector<unsigned char> chunk(static_cast<std::size_t>(gather ? perChunk * stride : elementSize));
+  const std::uint64_t stride = layout.stride();
+  const bool gather = layout.gathers();
+  const std::uint64_t perChunk = layout.elementsPerChunk(total);
+  std::vector<unsigned char> chunk(layout.chunkBytes(total));
+  stream.seekg(static_cast<std::streamoff>(layout.header), std::ios::beg);
   bool ok = true;
-  dispatchElementType(elementType, [&]<typename T>() {
+  dispatchElementType(file.elementType, [&]<typename T>() {
     const unsigned char* element = nullptr;
     forEachElement(size, [&](const DatasetCoordinates& p, std::uint64_t n) {
       if (!ok) return;
       if (!gather) {
-        stream.seekg(elementPrefixSize, std::ios::cur);
-        ok = static_cast<bool>(stream.read(reinterpret_cast<char*>(chunk.data()), static_cast<std::streamsize>(elementSize)));
-        stream.seekg(elementSuffixSize, std::ios::cur);
+        stream.seekg(static_cast<std::streamoff>(layout.prefix), std::ios::cur);
+        ok = static_cast<bool>(
+            stream.read(reinterpret_cast<char*>(chunk.data()), static_cast<std::streamsize>(layout.elementSize)));
+        stream.seekg(static_cast<std::streamoff>(layout.suffix), std::ios::cur);
         element = chunk.data();
       } else if (n % perChunk == 0) {
         const std::uint64_t count = std::min(total - n, perChunk);
         ok = static_cast<bool>(stream.read(reinterpret_cast<char*>(chunk.data()), static_cast<std::streamsize>(count * stride)));
-        element = chunk.data() + elementPrefixSize;
+        element = chunk.data() + layout.prefix;
       }
       if (!ok) return;
       unsigned char bytes[sizeof(T)];
       std::memcpy(bytes, element, sizeof(T));
-      if (byteSwap) ByteOrder::reverseElementBytes(bytes, 1, sizeof(T));
+      if (file.byteSwap) ByteOrder::reverseElementBytes(bytes, 1, sizeof(T));
       if constexpr (std::is_same_v<T, bool>) {
         dataset->setElement<bool>(p, bytes[0] != 0);
       } else {
@@ -131,16 +144,12 @@ Status formats::readRawFile(RawDatasetFileReadWrite& file, Dataset* dataset) {
 }
 
 Status formats::checkRawFileSize(const RawDatasetFileReadWrite& file, const DatasetCoordinates& size) {
-  const std::size_t elementSize = RawDatasetFileReadWrite::getStoredElementSize(file.elementType);
-  if (elementSize == 0) return unsupportedElementType(file.elementType);
+  const ElementLayout layout(file);
+  if (layout.elementSize == 0) return unsupportedElementType(file.elementType);
   std::error_code error;
   const std::uintmax_t fileSize = std::filesystem::file_size(file.fileName, error);
   if (error) return ioError("cannot find the size of the file: " + error.message());
-  const std::uint64_t stride = elementSize + static_cast<std::uint64_t>(std::max(file.elementPrefixSize, 0)) +
-                               static_cast<std::uint64_t>(std::max(file.elementSuffixSize, 0));
-  const std::uint64_t expected = static_cast<std::uint64_t>(std::max(file.headerSize, 0)) +
-                                 static_cast<std::uint64_t>(std::max(file.trailerSize, 0)) +
-                                 elementCountOf(size) * stride;
+  const std::uint64_t expected = layout.header + layout.trailer + elementCountOf(size) * layout.stride();
   // The size check is done in 32-bit arithmetic: larger files are refused.
   if (expected > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()))
     return unsupportedError("raw files of 2 GiB or more cannot be read (the layout describes " +
@@ -159,28 +168,19 @@ Status formats::writeRawFile(RawDatasetFileReadWrite& file, Dataset* dataset) {
   std::ofstream stream(file.fileName, std::ios::binary | std::ios::trunc);
   if (!stream.is_open()) return openForWritingFailure(file.fileName);
   correctNegativeFillerSizes(file);
-  const TARVElementType elementType = file.elementType;
-  const bool byteSwap = file.byteSwap;
-  const int headerSize = file.headerSize;
-  const int trailerSize = file.trailerSize;
-  const int elementPrefixSize = file.elementPrefixSize;
-  const int elementSuffixSize = file.elementSuffixSize;
-  const std::size_t elementSize = RawDatasetFileReadWrite::getStoredElementSize(elementType);
-  if (elementSize == 0) return unsupportedElementType(elementType);
+  const ElementLayout layout(file);
+  if (layout.elementSize == 0) return unsupportedElementType(file.elementType);
 
-  writeZeros(stream, static_cast<std::uint64_t>(headerSize));
+  writeZeros(stream, layout.header);
   const DatasetCoordinates size = dataset->getSize();
   const std::uint64_t total = elementCountOf(size);
-  const std::uint64_t stride = elementSize + static_cast<std::uint64_t>(elementPrefixSize) +
-                               static_cast<std::uint64_t>(elementSuffixSize);
-  // Runs of elements are gathered with their fillers and written in one call each; elements with
-  // very large fillers are written one by one.
-  const bool gather = stride <= kChunkBytes;
-  const std::uint64_t perChunk = gather ? std::clamp<std::uint64_t>(kChunkBytes / stride, 1, total) : 1;
-  std::vector<unsigned char> chunk(static_cast<std::size_t>(gather ? perChunk * stride : elementSize), 0);
+  const std::uint64_t stride = layout.stride();
+  const bool gather = layout.gathers();
+  const std::uint64_t perChunk = layout.elementsPerChunk(total);
+  std::vector<unsigned char> chunk(layout.chunkBytes(total), 0);
   dataset->announceAccessToFullDataset();
-  dispatchElementType(elementType, [&]<typename T>() {
-    unsigned char* element = chunk.data() + (gather ? elementPrefixSize : 0);
+  dispatchElementType(file.elementType, [&]<typename T>() {
+    unsigned char* element = chunk.data() + (gather ? layout.prefix : 0);
     std::uint64_t pending = 0;
     forEachElement(size, [&](const DatasetCoordinates& p, std::uint64_t n) {
       const T value = dataset->getElement<T>(p);
@@ -190,22 +190,22 @@ Status formats::writeRawFile(RawDatasetFileReadWrite& file, Dataset* dataset) {
         constexpr std::size_t valueBytes = 10;
         std::memset(element + valueBytes, 0, sizeof(T) - valueBytes);
       }
-      if (byteSwap) ByteOrder::reverseElementBytes(element, 1, sizeof(T));
+      if (file.byteSwap) ByteOrder::reverseElementBytes(element, 1, sizeof(T));
       if (!gather) {
-        writeZeros(stream, static_cast<std::uint64_t>(elementPrefixSize));
+        writeZeros(stream, layout.prefix);
         stream.write(reinterpret_cast<const char*>(element), static_cast<std::streamsize>(sizeof(T)));
-        writeZeros(stream, static_cast<std::uint64_t>(elementSuffixSize));
+        writeZeros(stream, layout.suffix);
         return;
       }
       element += stride;
       if (++pending == perChunk || n + 1 == total) {
         stream.write(reinterpret_cast<const char*>(chunk.data()), static_cast<std::streamsize>(pending * stride));
-        element = chunk.data() + elementPrefixSize;
+        element = chunk.data() + layout.prefix;
         pending = 0;
       }
     });
   });
-  writeZeros(stream, static_cast<std::uint64_t>(trailerSize));
+  writeZeros(stream, layout.trailer);
   stream.close();
   if (stream.fail()) return ioError("writing failed: " + std::string(std::strerror(errno)));
   return okStatus();
