@@ -100,7 +100,10 @@ set(TARV_DATASET_SOURCES
   dataset/VTKDatasetFileReadWrite.cpp
   dataset/VTKWrapperDatasetFileReadWrite.cpp
   dataset/VectorLengthDataset.cpp
-  kernels/Correlate.cpp)
+  kernels/Correlate.cpp
+  engine/Evaluation.cpp
+  engine/GraphPlan.cpp
+  engine/ThreadPool.cpp)
 
 # Headers of the dataset module that applications include (installed).
 set(TARV_DATASET_HEADERS
@@ -151,6 +154,10 @@ set(TARV_ELEMENTTYPES_HEADERS
   elementtypes/ElementTypeNames.h
   elementtypes/ElementTypeTable.h)
 
+# The evaluation engine's public entry points (installed).
+set(TARV_ENGINE_HEADERS
+  engine/Evaluation.h)
+
 # Internal units: built into the library, their headers not installed.
 set(TARV_INTERNAL_HEADERS
   status/Status.h
@@ -185,4 +192,7 @@ set(TARV_INTERNAL_HEADERS
   dataset/TiffDeepTileCodec.h
   filters/ParameterTable.h
   kernels/Correlate.h
-  kernels/Packet.h)
+  kernels/Packet.h
+  bulk/ConcurrentRows.h
+  engine/GraphPlan.h
+  engine/ThreadPool.h)

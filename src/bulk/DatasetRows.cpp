@@ -2,6 +2,7 @@
 
 #include <typeinfo>
 
+#include "bulk/ConcurrentRows.h"
 #include "bulk/RowSupport.h"
 #include "dataset/CachedDataset.h"
 
@@ -46,7 +47,7 @@ void Dataset::readRow(const DatasetCoordinates& first, int count, double* values
 
 void Dataset::readRowAsElements(const DatasetCoordinates& first, int count, double* values) {
   readRow(first, count, values);
-  if (readBuffer != nullptr && memory != nullptr) memory->getElementByBuffer(bulk::alongX(first, count - 1), readBuffer);
+  if (!bulk::concurrentRows && readBuffer != nullptr && memory != nullptr) memory->getElementByBuffer(bulk::alongX(first, count - 1), readBuffer);
 }
 
 }  // namespace tarv

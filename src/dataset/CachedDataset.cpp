@@ -5,8 +5,10 @@
 #include <typeinfo>
 
 #include "dataset/ArrayDatasetMemory.h"
+#include "bulk/ConcurrentRows.h"
 #include "bulk/RowSupport.h"
 #include "dataset/DependentDataset.h"
+#include "engine/ThreadPool.h"
 
 namespace tarv {
 
@@ -77,6 +79,12 @@ bool CachedDataset::holdsRowInCache(const DatasetCoordinates& first, int count) 
 
 bool CachedDataset::canReadRowFromCache(const DatasetCoordinates& first, int count) {
   if (!isLibraryClass() || !holdsRowInCache(first, count)) return false;
+  if (bulk::concurrentRows) {
+    // Rows read side by side compute nothing: only computed elements can be read.
+    const auto* statuses = static_cast<const ArrayDatasetMemory*>(cacheStatusMemory);
+    const std::uint64_t index = statuses->getLinearIndex(first);
+    return statuses->findBit(index, static_cast<std::uint64_t>(count), false) == index + std::uint64_t(count);
+  }
   // A filter without valid input computes nothing.
   if (isDependentDataset() && !static_cast<DependentDataset*>(this)->isInputValid()) return false;
   const auto* statuses = static_cast<const ArrayDatasetMemory*>(cacheStatusMemory);
@@ -127,6 +135,8 @@ void CachedDataset::storeRow(const DatasetCoordinates& first, int count, const d
       for (int i = 0; i < count; ++i) elements[i] = convertElementValue<T>(values[i]);
     }
   });
+  // Rows computed side by side leave statuses and buffers to the one who split them.
+  if (bulk::concurrentRows) return;
   statuses->setBits(statuses->getLinearIndex(first), static_cast<std::uint64_t>(count), true);
   DatasetMemory::setBufferValue<double>(elementBuffer, elementType, values[count - 1]);
   minimumAndMaximumValueCacheStatus = false;
@@ -279,6 +289,10 @@ void CachedDataset::setCacheStatusValues(const DatasetBoundingBox& box, bool sta
 
 void CachedDataset::calculate(const DatasetBoundingBox& box) {
   announceAccess(box);
+  calculateAnnouncedBox(box);
+}
+
+void CachedDataset::calculateAnnouncedBox(const DatasetBoundingBox& box) {
   // Only the part of the box that the cache holds can be computed.
   const DatasetBoundingBox part = intersectWithMemory(box, cacheStatusMemory);
   if (part.isEmpty() || !sameExtent(memory, cacheStatusMemory)) return;
@@ -380,6 +394,91 @@ void CachedDataset::calculateFullDataset(Progress* progress) {
       ++k;
     }
   }
+}
+
+bool CachedDataset::calculateBoxInBulk(const DatasetBoundingBox& box, int threads) {
+  if (box.isEmpty() || !holdsBox(cacheStatusMemory, box) || !sameExtent(memory, cacheStatusMemory) ||
+      !areCoordinatesInsideCache(box.start) || !areCoordinatesInsideCache(box.end))
+    return false;
+  const bool byRows = isLibraryClass() && rowFormula != &CachedDataset::calculateNoRow && concurrentRowFormula &&
+                      elementType != TARV_ELEMENT_TYPE_BOOL && box.start.c == 0 && box.end.c == 0 &&
+                      rowsFollowEachOther(memory, cacheStatusMemory) &&
+                      (!isDependentDataset() || static_cast<DependentDataset*>(this)->isInputValid());
+  const std::size_t rows = static_cast<std::size_t>(box.end.y - box.start.y + 1) *
+                           static_cast<std::size_t>(box.end.z - box.start.z + 1) *
+                           static_cast<std::size_t>(box.end.t - box.start.t + 1);
+  if (!byRows || threads < 2 || rows < 2) {
+    calculateAnnouncedBox(box);
+    return true;
+  }
+  const auto rowBox = [&](std::size_t row) {
+    DatasetBoundingBox b = box;
+    const std::size_t height = static_cast<std::size_t>(box.end.y - box.start.y + 1);
+    const std::size_t depth = static_cast<std::size_t>(box.end.z - box.start.z + 1);
+    b.start.y = b.end.y = box.start.y + static_cast<int>(row % height);
+    b.start.z = b.end.z = box.start.z + static_cast<int>(row / height % depth);
+    b.start.t = b.end.t = box.start.t + static_cast<int>(row / height / depth);
+    return b;
+  };
+  const auto* statuses = static_cast<const ArrayDatasetMemory*>(cacheStatusMemory);
+  const std::uint64_t width = static_cast<std::uint64_t>(box.end.x - box.start.x + 1);
+  const auto rowComputed = [&](std::size_t row) {
+    const std::uint64_t index = statuses->getLinearIndex(rowBox(row).start);
+    return statuses->findBit(index, width, false) == index + width;
+  };
+  // The last row with work is left to the end and computed alone, so that it leaves behind what
+  // computing the box element by element leaves.
+  std::size_t last = rows;
+  while (last > 0 && rowComputed(last - 1)) --last;
+  if (last == 0) return true;
+  std::vector<char> failed(last - 1, 0);
+  calculateRowsSideBySide(box, last - 1, threads, failed);
+  bool any = false;
+  for (std::size_t row = 0; row + 1 < last; ++row) {
+    if (failed[row] != 0) {
+      calculateAnnouncedBox(rowBox(row));
+      continue;
+    }
+    auto* statusArray = static_cast<ArrayDatasetMemory*>(cacheStatusMemory);
+    statusArray->setBits(statusArray->getLinearIndex(rowBox(row).start), width, true);
+    any = true;
+  }
+  if (any) minimumAndMaximumValueCacheStatus = false;
+  calculateAnnouncedBox(rowBox(last - 1));
+  return true;
+}
+
+void CachedDataset::calculateRowsSideBySide(const DatasetBoundingBox& box, std::size_t rowCount, int threads,
+                                            std::vector<char>& failed) {
+  const std::size_t height = static_cast<std::size_t>(box.end.y - box.start.y + 1);
+  const std::size_t depth = static_cast<std::size_t>(box.end.z - box.start.z + 1);
+  const auto* statuses = static_cast<const ArrayDatasetMemory*>(cacheStatusMemory);
+  const std::uint64_t width = static_cast<std::uint64_t>(box.end.x - box.start.x + 1);
+  // Parts of a few rows each, enough of them to balance uneven rows.
+  const std::size_t parts = std::min<std::size_t>(rowCount, static_cast<std::size_t>(threads) * 16);
+  engine::runParts(parts, threads, [&](std::size_t part) {
+    const bulk::ConcurrentRowsScope scope;
+    const std::size_t begin = rowCount * part / parts;
+    const std::size_t end = rowCount * (part + 1) / parts;
+    for (std::size_t row = begin; row < end; ++row) {
+      DatasetCoordinates first = box.start;
+      first.y += static_cast<int>(row % height);
+      first.z += static_cast<int>(row / height % depth);
+      first.t += static_cast<int>(row / height / depth);
+      const std::uint64_t index = statuses->getLinearIndex(first);
+      const std::uint64_t stop = index + width;
+      // Runs of elements not computed yet, each through the row formula.
+      for (std::uint64_t i = statuses->findBit(index, width, false); i < stop;) {
+        const std::uint64_t j = statuses->findBit(i, stop - i, true);
+        const int n = static_cast<int>(j - i);
+        if (applyRowFormula(bulk::alongX(first, static_cast<int>(i - index)), n, false) != n) {
+          failed[row] = 1;
+          break;
+        }
+        i = j < stop ? statuses->findBit(j, stop - j, false) : stop;
+      }
+    }
+  });
 }
 
 void CachedDataset::reset() {

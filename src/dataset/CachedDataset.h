@@ -1,7 +1,9 @@
 #ifndef TARV_DATASET_CACHEDDATASET_H
 #define TARV_DATASET_CACHEDDATASET_H
 
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "dataset/Dataset.h"
 
@@ -66,6 +68,13 @@ public:
   bool canReadRowFromCache(const DatasetCoordinates& first, int count);
   void readRowFromCache(const DatasetCoordinates& first, int count, double* values);
 
+  // Computes the elements of the box not computed yet, as calculate(box) does but without
+  // announcing the access first: the box must lie inside the cache (false, and nothing done,
+  // otherwise). Rows go through the class's row formula where it has one, split over up to
+  // threads threads when the class's rows can be computed side by side; the values, statuses
+  // and leftovers of element-wise work are those of computing the box element by element.
+  bool calculateBoxInBulk(const DatasetBoundingBox& box, int threads);
+
   // Cache statuses.
   bool getElementCacheStatus(const DatasetCoordinates& p);
   bool getElementCacheStatus(const DatasetCoordinatesIterator& it);
@@ -92,13 +101,19 @@ protected:
   using RowFormula = int (CachedDataset::*)(const DatasetCoordinates& first, int count, bool check);
   // Names the class under construction (Dataset::setLibraryClass) and its row formula; a class
   // that names none does not inherit its base class's.
-  void setLibraryClass(const char* name, RowFormula formula = &CachedDataset::calculateNoRow) {
+  // Rows that are computed side by side (bulk::ConcurrentRowsScope) must then touch nothing but
+  // their own elements and read only computed source elements; a class whose formula cannot says
+  // so with concurrent false.
+  void setLibraryClass(const char* name, RowFormula formula = &CachedDataset::calculateNoRow,
+                       bool concurrent = true) {
     Dataset::setLibraryClass(name);
     rowFormula = formula;
+    concurrentRowFormula = concurrent;
   }
   template <class Derived>
-  void setLibraryClass(const char* name, int (Derived::*formula)(const DatasetCoordinates&, int, bool)) {
-    setLibraryClass(name, static_cast<RowFormula>(formula));
+  void setLibraryClass(const char* name, int (Derived::*formula)(const DatasetCoordinates&, int, bool),
+                       bool concurrent = true) {
+    setLibraryClass(name, static_cast<RowFormula>(formula), concurrent);
   }
   int applyRowFormula(const DatasetCoordinates& first, int count, bool check) {
     return isLibraryClass() ? (this->*rowFormula)(first, count, check) : 0;
@@ -121,8 +136,15 @@ protected:
   DatasetMemory* cacheStatusMemory = nullptr;
   std::uint64_t cacheLayoutVersion = 0;
   RowFormula rowFormula = &CachedDataset::calculateNoRow;
+  bool concurrentRowFormula = true;
 
 private:
+  // calculate(box) after its announcement.
+  void calculateAnnouncedBox(const DatasetBoundingBox& box);
+  // Rows of the box, one per (y, z, t), computed on threads; marks those that the row formula
+  // did not compute whole in failed.
+  void calculateRowsSideBySide(const DatasetBoundingBox& box, std::size_t rowCount, int threads,
+                               std::vector<char>& failed);
   // Computes, from it on, the run of not yet computed elements of it's row that ends at most at
   // limit elements, with the row formula; returns how many it computed (0: none).
   int calculateRowFrom(const DatasetCoordinatesIterator& it, std::int64_t limit);

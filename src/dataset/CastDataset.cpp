@@ -3,6 +3,7 @@
 #include <limits>
 #include <memory>
 
+#include "bulk/ConcurrentRows.h"
 #include "filters/ParameterTable.h"
 
 namespace tarv {
@@ -57,9 +58,11 @@ int CastDataset::calculateRow(const DatasetCoordinates& first, int count, bool c
   const auto values = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(count));
   source->readRow(first, count, values.get());
   // The source's element buffer holds its last raw element, as the element path leaves it.
-  DatasetCoordinates last = first;
-  last.x += count - 1;
-  source->getElementByBuffer(last, source->getElementBuffer());
+  if (!bulk::concurrentRows) {
+    DatasetCoordinates last = first;
+    last.x += count - 1;
+    source->getElementByBuffer(last, source->getElementBuffer());
+  }
   storeRow(first, count, values.get());
   return count;
 }

@@ -13,7 +13,10 @@ constexpr filters::ParameterTable entries(filters::entry("ElementValue", &P::ele
 
 }  // namespace
 
-ConstantDataset::ConstantDataset() { setLibraryClass("ConstantDataset", &ConstantDataset::calculateRow); }
+ConstantDataset::ConstantDataset() {
+  setLibraryClass("ConstantDataset", &ConstantDataset::calculateRow);
+  setReadsNoSourceElements();
+}
 
 ConstantDataset::~ConstantDataset() = default;
 

@@ -122,6 +122,33 @@ DatasetWorldEmbedding DependentDataset::determineWorldEmbedding() {
 
 void DependentDataset::checkParametersRegardingTheSourceDatasets() {}
 
+DatasetBoundingBox DependentDataset::getSourceRegion(std::size_t i, const DatasetBoundingBox& box) const {
+  const DatasetBoundingBox none;
+  if (!inputValid || !readsSourceElements || i >= sourceDatasets.size() || sourceDatasets[i] == nullptr || box.isEmpty())
+    return none;
+  const DatasetCoordinates sourceSize = sourceDatasets[i]->getSize();
+  DatasetBoundingBox region;
+  for (int k = 0; k < 5; ++k) {
+    std::int64_t first = box.start[k];
+    std::int64_t last = box.end[k];
+    if (readsNeighbourhoods && i == 0 && k < 4) {
+      // Windows start at p - centre and must lie inside the source.
+      const std::int64_t extent = neighbourhoodSize[k];
+      if (extent < 1) return none;
+      first = std::max<std::int64_t>(first - neighbourhoodCentre[k], 0);
+      last = std::min<std::int64_t>(last - neighbourhoodCentre[k], std::int64_t{sourceSize[k]} - extent);
+      if (first > last) return none;
+      last += extent - 1;
+    }
+    first = std::max<std::int64_t>(first, 0);
+    last = std::min<std::int64_t>(last, std::int64_t{sourceSize[k]} - 1);
+    if (first > last) return none;
+    region.start[k] = static_cast<int>(first);
+    region.end[k] = static_cast<int>(last);
+  }
+  return region;
+}
+
 void DependentDataset::initializeTempFields() { datasetID = -1; }
 
 void DependentDataset::setSourceDataset(Dataset* source) { setSourceDatasets(std::vector<Dataset*>{source}); }

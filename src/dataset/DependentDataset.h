@@ -63,7 +63,25 @@ public:
   // The temporary source-ID list as read.
   std::list<int> getTempSourceIDList() const { return tempSourceIDList; }
 
+  // The box of source i that computing the box of this dataset reads, clipped to the source: the
+  // same box for a point-wise filter, the union of the neighbourhoods that fit inside the source
+  // for a neighbourhood filter, empty when nothing of it is read. Meaningful for the library's own
+  // classes (Dataset::isLibraryClass); bulk evaluation brings these boxes into the sources' caches
+  // before computing the box.
+  DatasetBoundingBox getSourceRegion(std::size_t i, const DatasetBoundingBox& box) const;
+
 protected:
+  // What the calculation reads of its sources: by default the element of the same coordinates of
+  // each; a neighbourhood filter reads windows of the primary source of this size, placed with
+  // the centre on the element (a window that does not fit inside the source is not read, and an
+  // empty size reads nothing); a filter that reads no source says so.
+  void setSourceNeighbourhood(const DatasetCoordinates& size, const DatasetCoordinates& centre) {
+    neighbourhoodSize = size;
+    neighbourhoodCentre = centre;
+    readsNeighbourhoods = true;
+  }
+  void setReadsNoSourceElements() { readsSourceElements = false; }
+
   // The bulk path of a point-wise filter, for its calculateRow: the element is formula(v), v being
   // the element of the same coordinates of the first source as getElement<double> reads it.
   template <typename Formula>
@@ -99,6 +117,12 @@ protected:
   std::vector<Dataset*> sourceDatasets;
   bool dynamicallyCached = true;
   bool inputValid = false;
+
+private:
+  bool readsSourceElements = true;
+  bool readsNeighbourhoods = false;
+  DatasetCoordinates neighbourhoodSize{1, 1, 1, 1, 1};
+  DatasetCoordinates neighbourhoodCentre{0, 0, 0, 0, 0};
 };
 
 }  // namespace tarv

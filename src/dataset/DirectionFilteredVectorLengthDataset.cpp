@@ -4,6 +4,7 @@
 #include <numbers>
 
 #include "core/Mathematics.h"
+#include "bulk/ConcurrentRows.h"
 #include "filters/ParameterTable.h"
 
 namespace tarv {
@@ -36,11 +37,14 @@ int DirectionFilteredVectorLengthDataset::calculateRow(const DatasetCoordinates&
   const auto length = static_cast<std::size_t>(count);
   const unsigned n = sourceVector.size();
   std::vector<double> values(length);
-  // Element by element through the scratch vector, which is left as the last element leaves it.
+  // Element by element through a scratch vector, which the dataset's own is left as the last
+  // element leaves it.
+  Vector vector(n);
   for (std::size_t x = 0; x < length; ++x) {
-    for (unsigned i = 0; i < n; ++i) sourceVector[i] = components[i * length + x];
-    values[x] = filteredLength(sourceVector);
+    for (unsigned i = 0; i < n; ++i) vector[i] = components[i * length + x];
+    values[x] = filteredLength(vector);
   }
+  if (!bulk::concurrentRows) sourceVector = vector;
   storeRow(first, count, values.data());
   return count;
 }

@@ -8,7 +8,8 @@
 namespace tarv {
 
 FileReadDataset::FileReadDataset() : ROICachedDataset(true) {
-  setLibraryClass("FileReadDataset", &FileReadDataset::loadRow);
+  // Blocks are loaded through one file handle: rows one at a time.
+  setLibraryClass("FileReadDataset", &FileReadDataset::loadRow, false);
 }
 
 FileReadDataset::~FileReadDataset() { resetFileReadModule(); }

@@ -26,6 +26,7 @@ GradientDataset::GradientDataset() {
   const Parameters& q = parameters;
   mask = DatasetCalculations::getGradientCorrelationMask(q.gradientDimensionality, q.gradientDirection,
                                                          q.gradientFilterSize);
+  setSourceNeighbourhood(mask != nullptr ? mask->getSize() : DatasetCoordinates(0, 0, 0, 0, 0), maskCentre);
 }
 
 GradientDataset::~GradientDataset() {
@@ -99,6 +100,7 @@ void GradientDataset::setParameters(int dimensionality, int direction, int filte
                                                          q.gradientFilterSize);
   const DatasetCoordinates extent = mask != nullptr ? mask->getSize() : DatasetCoordinates(0, 0, 0, 0, 0);
   maskCentre = DatasetCoordinates(extent.x / 2, extent.y / 2, extent.z / 2, 0, 0);
+  setSourceNeighbourhood(extent, maskCentre);
   q.marginValue = margin;
   resetCache();
 }

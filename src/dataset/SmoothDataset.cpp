@@ -25,6 +25,7 @@ SmoothDataset::SmoothDataset() {
   setLibraryClass("SmoothDataset", &SmoothDataset::calculateRow);
   mask = DatasetCalculations::getBinomialKernelMask(parameters.kernelXSize, parameters.kernelYSize,
                                                      parameters.kernelZSize);
+  setSourceNeighbourhood(mask != nullptr ? mask->getSize() : DatasetCoordinates(0, 0, 0, 0, 0), maskCentre);
 }
 
 SmoothDataset::~SmoothDataset() {
@@ -90,6 +91,7 @@ void SmoothDataset::setParameters(int xSize, int ySize, int zSize, double margin
   // An even extent puts the centre on the lower of the two middle elements: a mask of two
   // averages x and x + 1.
   maskCentre = DatasetCoordinates((extent.x - 1) / 2, (extent.y - 1) / 2, (extent.z - 1) / 2, 0, 0);
+  setSourceNeighbourhood(extent, maskCentre);
   q.marginValue = margin;
   resetCache();
 }

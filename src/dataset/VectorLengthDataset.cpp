@@ -4,6 +4,7 @@
 #include <cmath>
 #include <vector>
 
+#include "bulk/ConcurrentRows.h"
 
 namespace tarv {
 
@@ -73,6 +74,7 @@ int VectorLengthDataset::readSourceRows(const DatasetCoordinates& first, int cou
   for (std::size_t i = 0; i < n; ++i)
     sourceDatasets[i]->readRowAsElements(first, count, components.data() + i * length);
   // The vector of the last element, as element-wise reading leaves it.
+  if (bulk::concurrentRows) return count;
   if (sourceVector.size() != n) sourceVector = Vector(static_cast<unsigned>(n));
   for (std::size_t i = 0; i < n; ++i) sourceVector[static_cast<unsigned>(i)] = components[i * length + length - 1];
   return count;
