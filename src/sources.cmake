@@ -38,6 +38,7 @@ set(TARV_DATASET_SOURCES
   formats/FormatRegistry.cpp
   formats/TiffMessages.cpp
   formats/VtkMessages.cpp
+  bulk/CacheCarryOver.cpp
   bulk/CorrelatedRows.cpp
   bulk/DatasetRows.cpp
   bulk/PlainElements.cpp
@@ -102,6 +103,7 @@ set(TARV_DATASET_SOURCES
   dataset/VectorLengthDataset.cpp
   kernels/Correlate.cpp
   engine/Evaluation.cpp
+  engine/FullEvaluation.cpp
   engine/GraphPlan.cpp
   engine/ThreadPool.cpp)
 
@@ -193,6 +195,8 @@ set(TARV_INTERNAL_HEADERS
   filters/ParameterTable.h
   kernels/Correlate.h
   kernels/Packet.h
+  bulk/CacheCarryOver.h
   bulk/ConcurrentRows.h
+  engine/FullEvaluation.h
   engine/GraphPlan.h
   engine/ThreadPool.h)

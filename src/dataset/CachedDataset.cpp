@@ -8,6 +8,7 @@
 #include "bulk/ConcurrentRows.h"
 #include "bulk/RowSupport.h"
 #include "dataset/DependentDataset.h"
+#include "engine/FullEvaluation.h"
 #include "engine/ThreadPool.h"
 
 namespace tarv {
@@ -336,6 +337,12 @@ void CachedDataset::calculateAnnouncedBox(const DatasetBoundingBox& box) {
 
 void CachedDataset::calculateFullDataset(Progress* progress) {
   announceAccessToFullDataset();
+  if (isLibraryClass()) {
+    if (engine::calculateFullDatasetOnThreads(this, progress)) return;
+    // Without a progress object nothing stops the loop, so every source region it reads ends up
+    // whole anyway: grown at once instead of step by step.
+    if (progress == nullptr) engine::growSourceCachesForFullEvaluation(this);
+  }
   if (cacheStatusMemory == nullptr || !sameExtent(memory, cacheStatusMemory)) return;
   DatasetMemory* data = memory;
   DatasetMemory* statuses = cacheStatusMemory;

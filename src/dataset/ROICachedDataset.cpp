@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "bulk/CacheCarryOver.h"
+
 namespace tarv {
 
 namespace {
@@ -168,7 +170,7 @@ bool ROICachedDataset::reshapeCache(const DatasetBoundingBox& requested) {
       overlap.start[k] = std::max(oldStart[k], box.start[k]);
       overlap.end[k] = std::min(oldEnd[k], box.end[k]);
     }
-    if (!overlap.isEmpty()) {
+    if (!overlap.isEmpty() && !bulk::carryComputedRuns(*memory, *cacheStatusMemory, *newData, *newStatuses, overlap)) {
       alignas(16) unsigned char value[kElementBufferSize];
       const unsigned char computed = 1;
       DatasetCoordinatesIterator from = memory->getStartCoordinatesIterator(overlap);
