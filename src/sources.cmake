@@ -102,6 +102,8 @@ set(TARV_DATASET_SOURCES
   dataset/VTKWrapperDatasetFileReadWrite.cpp
   dataset/VectorLengthDataset.cpp
   kernels/Correlate.cpp
+  kernels/InstructionSets.cpp
+  kernels/VectorLengths.cpp
   engine/Evaluation.cpp
   engine/FullEvaluation.cpp
   engine/GraphPlan.cpp
@@ -194,6 +196,8 @@ set(TARV_INTERNAL_HEADERS
   dataset/TiffDeepTileCodec.h
   filters/ParameterTable.h
   kernels/Correlate.h
+  kernels/InstructionSets.h
+  kernels/VectorLengths.h
   kernels/Packet.h
   bulk/CacheCarryOver.h
   bulk/ConcurrentRows.h

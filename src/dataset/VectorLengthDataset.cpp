@@ -5,38 +5,9 @@
 #include <vector>
 
 #include "bulk/ConcurrentRows.h"
+#include "kernels/VectorLengths.h"
 
 namespace tarv {
-
-namespace {
-
-// lengths[x] = Vector::getLength() of the N components components[i * count + x], computed with the
-// same operations in the same order: scaled by the largest magnitude, a NaN component or a largest
-// magnitude that is zero or infinite taking the special answers.
-template <int N>
-void lengthsOf(const double* components, std::size_t count, double* lengths) {
-  for (std::size_t x = 0; x < count; ++x) {
-    double largest = 0.0;
-    for (int i = 0; i < N; ++i) largest = std::max(largest, std::fabs(components[i * count + x]));
-    double sum = 0.0;
-    for (int i = 0; i < N; ++i) {
-      const double v = components[i * count + x];
-      sum += (v / largest) * (v / largest);
-    }
-    lengths[x] = largest * std::sqrt(sum);
-  }
-  for (std::size_t x = 0; x < count; ++x) {
-    double largest = 0.0;
-    for (int i = 0; i < N; ++i) largest = std::max(largest, std::fabs(components[i * count + x]));
-    if (!(largest > 0.0) || std::isinf(largest)) {
-      lengths[x] = largest;
-      for (int i = N - 1; i >= 0; --i)
-        if (std::isnan(components[i * count + x])) lengths[x] = components[i * count + x];
-    }
-  }
-}
-
-}  // namespace
 
 VectorLengthDataset::VectorLengthDataset() {
   setLibraryClass("VectorLengthDataset", &VectorLengthDataset::calculateRow);
@@ -87,12 +58,7 @@ int VectorLengthDataset::calculateRow(const DatasetCoordinates& first, int count
   const std::size_t n = sourceDatasets.size();
   const auto length = static_cast<std::size_t>(count);
   std::vector<double> values(length);
-  switch (n) {
-    case 1: lengthsOf<1>(components.data(), length, values.data()); break;
-    case 2: lengthsOf<2>(components.data(), length, values.data()); break;
-    case 3: lengthsOf<3>(components.data(), length, values.data()); break;
-    default: lengthsOf<4>(components.data(), length, values.data()); break;
-  }
+  kernels::vectorLengths(static_cast<int>(n), components.data(), length, values.data());
   storeRow(first, count, values.data());
   return count;
 }

@@ -103,28 +103,7 @@ void correlateSupported(InstructionSet set, const double* rows, std::size_t rowL
   }
 }
 
-InstructionSet fastestSupported() {
-  if (isSupported(InstructionSet::AVX)) return InstructionSet::AVX;
-  if (isSupported(InstructionSet::SSE2)) return InstructionSet::SSE2;
-  return InstructionSet::Generic;
-}
-
 }  // namespace
-
-bool isSupported(InstructionSet set) {
-  switch (set) {
-    case InstructionSet::Generic:
-      return true;
-#if defined(__x86_64__) || defined(__i386__)
-    case InstructionSet::SSE2:
-      return __builtin_cpu_supports("sse2");
-    case InstructionSet::AVX:
-      return __builtin_cpu_supports("avx");
-#endif
-    default:
-      return false;
-  }
-}
 
 void correlateRowsWith(InstructionSet set, const double* rows, std::size_t rowLength, int rowCount, int taps,
                        const double* weights, int width, double* out) {
@@ -134,8 +113,7 @@ void correlateRowsWith(InstructionSet set, const double* rows, std::size_t rowLe
 
 void correlateRows(const double* rows, std::size_t rowLength, int rowCount, int taps, const double* weights, int width,
                    double* out) {
-  static const InstructionSet fastest = fastestSupported();
-  correlateSupported(fastest, rows, rowLength, rowCount, taps, weights, width, out);
+  correlateSupported(fastestSupported(), rows, rowLength, rowCount, taps, weights, width, out);
 }
 
 }  // namespace tarv::kernels

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+#include "kernels/InstructionSets.h"
+
 namespace tarv::kernels {
 
 // out[i], for 0 <= i < width: the sum, from 0.0 and in tap order, of rows[r * rowLength + i + x] *
@@ -15,13 +17,7 @@ namespace tarv::kernels {
 void correlateRows(const double* rows, std::size_t rowLength, int rowCount, int taps, const double* weights, int width,
                    double* out);
 
-// The instruction sets correlateRows is built for. It takes the fastest supported one.
-enum class InstructionSet { Generic, SSE2, AVX };
-
-// Whether this build has the instruction set and the processor runs it. Generic always.
-bool isSupported(InstructionSet set);
-
-// correlateRows with the given instruction set; one that is not supported is replaced by Generic.
+// It takes the fastest supported instruction set (InstructionSets.h); correlateRows with the given instruction set; one that is not supported is replaced by Generic.
 void correlateRowsWith(InstructionSet set, const double* rows, std::size_t rowLength, int rowCount, int taps,
                        const double* weights, int width, double* out);
 

@@ -8,7 +8,8 @@
 namespace tarv::kernels {
 
 // Packets: a register of kSize doubles (Type) and the operations on it. Loads and stores are
-// unaligned; add and mul are single IEEE operations on each lane, never fused.
+// unaligned; add, mul, div and sqrt are single IEEE operations on each lane, never fused; max(a, b)
+// is a > b ? a : b on each lane (b when either is NaN); abs clears the sign bit.
 //
 // Kernels are templates over the packet; an instantiation for an instruction set needs that
 // instruction set as its target (see Correlate.cpp).
@@ -24,6 +25,10 @@ struct GenericPacket {
   [[gnu::always_inline]] static Type set1(double v) { return v; }
   [[gnu::always_inline]] static Type add(Type a, Type b) { return a + b; }
   [[gnu::always_inline]] static Type mul(Type a, Type b) { return a * b; }
+  [[gnu::always_inline]] static Type div(Type a, Type b) { return a / b; }
+  [[gnu::always_inline]] static Type sqrt(Type a) { return __builtin_sqrt(a); }
+  [[gnu::always_inline]] static Type max(Type a, Type b) { return a > b ? a : b; }
+  [[gnu::always_inline]] static Type abs(Type a) { return __builtin_fabs(a); }
 };
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -39,6 +44,10 @@ struct Sse2Packet {
   [[gnu::always_inline, gnu::target("sse2")]] static Type set1(double v) { return _mm_set1_pd(v); }
   [[gnu::always_inline, gnu::target("sse2")]] static Type add(Type a, Type b) { return _mm_add_pd(a, b); }
   [[gnu::always_inline, gnu::target("sse2")]] static Type mul(Type a, Type b) { return _mm_mul_pd(a, b); }
+  [[gnu::always_inline, gnu::target("sse2")]] static Type div(Type a, Type b) { return _mm_div_pd(a, b); }
+  [[gnu::always_inline, gnu::target("sse2")]] static Type sqrt(Type a) { return _mm_sqrt_pd(a); }
+  [[gnu::always_inline, gnu::target("sse2")]] static Type max(Type a, Type b) { return _mm_max_pd(a, b); }
+  [[gnu::always_inline, gnu::target("sse2")]] static Type abs(Type a) { return _mm_andnot_pd(_mm_set1_pd(-0.0), a); }
 };
 
 // Four doubles in a 256-bit register.
@@ -52,6 +61,12 @@ struct AvxPacket {
   [[gnu::always_inline, gnu::target("avx")]] static Type set1(double v) { return _mm256_set1_pd(v); }
   [[gnu::always_inline, gnu::target("avx")]] static Type add(Type a, Type b) { return _mm256_add_pd(a, b); }
   [[gnu::always_inline, gnu::target("avx")]] static Type mul(Type a, Type b) { return _mm256_mul_pd(a, b); }
+  [[gnu::always_inline, gnu::target("avx")]] static Type div(Type a, Type b) { return _mm256_div_pd(a, b); }
+  [[gnu::always_inline, gnu::target("avx")]] static Type sqrt(Type a) { return _mm256_sqrt_pd(a); }
+  [[gnu::always_inline, gnu::target("avx")]] static Type max(Type a, Type b) { return _mm256_max_pd(a, b); }
+  [[gnu::always_inline, gnu::target("avx")]] static Type abs(Type a) {
+    return _mm256_andnot_pd(_mm256_set1_pd(-0.0), a);
+  }
 };
 
 #endif
