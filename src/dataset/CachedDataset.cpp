@@ -143,6 +143,20 @@ void CachedDataset::storeRow(const DatasetCoordinates& first, int count, const d
   minimumAndMaximumValueCacheStatus = false;
 }
 
+void CachedDataset::storeRowElements(const DatasetCoordinates& first, int count, const void* elements) {
+  if (count <= 0 || elementType == TARV_ELEMENT_TYPE_BOOL) return;
+  auto* data = static_cast<ArrayDatasetMemory*>(memory);
+  auto* statuses = static_cast<ArrayDatasetMemory*>(cacheStatusMemory);
+  const std::size_t bytes = data->getElementByteSize();
+  std::memcpy(static_cast<unsigned char*>(data->getElementBlock()) + data->getLinearIndex(first) * bytes, elements,
+              static_cast<std::size_t>(count) * bytes);
+  if (bulk::concurrentRows) return;
+  minimumAndMaximumValueCacheStatus = false;
+  statuses->setBits(statuses->getLinearIndex(first), static_cast<std::uint64_t>(count), true);
+  std::memcpy(elementBuffer, static_cast<const unsigned char*>(elements) + (static_cast<std::size_t>(count) - 1) * bytes,
+              bytes);
+}
+
 CachedDataset::CachedDataset(bool createCache) : Dataset(createCache) {
   if (createCache) cacheStatusMemory = new ArrayDatasetMemory();
   setLibraryClass("CachedDataset");

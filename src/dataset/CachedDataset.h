@@ -128,6 +128,9 @@ protected:
   // computed, and leaves the last one in the element buffer: what calculating the elements one by
   // one leaves behind. Only where holdsRow answered true.
   void storeRow(const DatasetCoordinates& first, int count, const double* values);
+  // storeRow for elements already in the element type's representation (not bool), one slot of
+  // its byte size each, as setElementReferenceByBuffer would store them.
+  void storeRowElements(const DatasetCoordinates& first, int count, const void* elements);
 
   // Counts every replacement or release of the data and status memories, so that loops holding an
   // iterator notice when a calculation has moved the cache under them.

@@ -21,6 +21,9 @@ public:
   DatasetCalculationModule* getCalculationModule() const { return calculationModule; }
 
 private:
+  // Rows through the module's calculateRowByBuffer.
+  int calculateRow(const DatasetCoordinates& first, int count, bool check);
+
   DatasetCalculationModule* calculationModule = nullptr;
 };
 

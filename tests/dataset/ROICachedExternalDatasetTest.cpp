@@ -149,3 +149,56 @@ TEST(ROICachedExternalDatasetTest, ResettingTheModuleMakesNewReadsFail) {
   EXPECT_FALSE(d.getElementByBuffer(DatasetCoordinates(2, 2, 3, 0, 0), &value));
   EXPECT_EQ(value, 9.0f);
 }
+
+namespace {
+
+// The same values as FactorModule, a row at a time; counts rows and elements.
+class RowModule : public FactorModule {
+public:
+  RowModule() : FactorModule("rows", 2.0) {}
+  void calculateRowByBuffer(const DatasetCoordinates& first, int count, void* elements, TARVElementType type) override {
+    ++rows;
+    const std::size_t bytes = DatasetMemory::getElementTypeByteSize(type);
+    DatasetCoordinates p = first;
+    for (int i = 0; i < count; ++i, ++p.x)
+      DatasetMemory::setBufferValue<double>(static_cast<unsigned char*>(elements) + i * bytes, type, expected(p, 2.0));
+  }
+  int rows = 0;
+};
+
+}  // namespace
+
+// Bulk evaluation takes rows from the module: the default row computes element by element, a
+// module's own row gives the same values; both equal elements read one by one.
+TEST(ROICachedExternalDatasetTest, RowsFromTheModuleEqualElementsReadOneByOne) {
+  for (int type = TARV_ELEMENT_TYPE_SIGNED_CHAR; type <= TARV_ELEMENT_TYPE_LONG_DOUBLE; ++type) {
+    SCOPED_TRACE("type " + std::to_string(type));
+    const auto elementType = static_cast<TARVElementType>(type);
+    ROICachedExternalDataset one, byDefault, byRows;
+    for (ROICachedExternalDataset* d : {&one, &byDefault, &byRows})
+      d->initializeDataset(kSize, elementType, DatasetWorldEmbedding());
+    auto* elementModule = new FactorModule("one", 2.0);
+    auto* defaultModule = new FactorModule("default", 2.0);
+    auto* rowModule = new RowModule();
+    one.setCalculationModule(elementModule);
+    byDefault.setCalculationModule(defaultModule);
+    byRows.setCalculationModule(rowModule);
+    byDefault.calculateFullDataset(nullptr);
+    byRows.calculateFullDataset(nullptr);
+    EXPECT_EQ(defaultModule->calls, kSize.x * kSize.y * kSize.z) << "each element once, through the default row";
+    EXPECT_EQ(rowModule->calls, 0) << "no element computed alone";
+    EXPECT_GT(rowModule->rows, 0);
+    for (auto it = one.getStartCoordinatesIterator(); it.valid; one.incrementCoordinatesIterator(it)) {
+      const DatasetCoordinates& p = it;
+      unsigned char a[16] = {}, b[16] = {}, c[16] = {};
+      ASSERT_TRUE(one.getElementByBuffer(p, a));
+      byDefault.getElementReferenceByBuffer(p, b);
+      byRows.getElementReferenceByBuffer(p, c);
+      // The x87 long double holds 10 bytes of value in its 16; the rest is padding.
+      const std::size_t bytes = elementType == TARV_ELEMENT_TYPE_LONG_DOUBLE ? 10 : one.getElementByteSize();
+      ASSERT_EQ(std::memcmp(a, b, bytes), 0) << p;
+      ASSERT_EQ(std::memcmp(a, c, bytes), 0) << p;
+      ASSERT_TRUE(byRows.getElementCacheStatus(p));
+    }
+  }
+}
