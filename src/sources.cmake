@@ -201,6 +201,7 @@ set(TARV_INTERNAL_HEADERS
   kernels/Packet.h
   bulk/CacheCarryOver.h
   bulk/ConcurrentRows.h
+  bulk/RowReuse.h
   engine/FullEvaluation.h
   engine/GraphPlan.h
   engine/ThreadPool.h)

@@ -6,6 +6,7 @@
 
 #include "dataset/ArrayDatasetMemory.h"
 #include "bulk/ConcurrentRows.h"
+#include "bulk/RowReuse.h"
 #include "bulk/RowSupport.h"
 #include "dataset/DependentDataset.h"
 #include "engine/FullEvaluation.h"
@@ -425,6 +426,8 @@ bool CachedDataset::calculateBoxInBulk(const DatasetBoundingBox& box, int thread
                       elementType != TARV_ELEMENT_TYPE_BOOL && box.start.c == 0 && box.end.c == 0 &&
                       rowsFollowEachOther(memory, cacheStatusMemory) &&
                       (!isDependentDataset() || static_cast<DependentDataset*>(this)->isInputValid());
+  // The computed elements of the sources stay as they are while the box is computed.
+  const bulk::RowReuseScope reuse;
   const std::size_t rows = static_cast<std::size_t>(box.end.y - box.start.y + 1) *
                            static_cast<std::size_t>(box.end.z - box.start.z + 1) *
                            static_cast<std::size_t>(box.end.t - box.start.t + 1);
@@ -479,6 +482,7 @@ void CachedDataset::calculateRowsSideBySide(const DatasetBoundingBox& box, std::
   const std::size_t parts = std::min<std::size_t>(rowCount, static_cast<std::size_t>(threads) * 16);
   engine::runParts(parts, threads, [&](std::size_t part) {
     const bulk::ConcurrentRowsScope scope;
+    const bulk::RowReuseScope reuse;
     const std::size_t begin = rowCount * part / parts;
     const std::size_t end = rowCount * (part + 1) / parts;
     for (std::size_t row = begin; row < end; ++row) {

@@ -44,7 +44,7 @@ public:
 struct StreamOptions {
   // z slices per slab; 0 chooses them so that the caches of the graph stay within memoryBudget.
   int slabDepth = 0;
-  std::size_t memoryBudget = std::size_t{48} << 20;
+  std::size_t memoryBudget = std::size_t{16} << 20;
   // The one time step to stream; -1 for all.
   int timeStep = -1;
   // Told the fraction of slabs done before each slab, and asked after each whether to stop.
