@@ -36,6 +36,7 @@ set(TARV_DATASET_SOURCES
   status/Status.cpp
   formats/FileStatus.cpp
   formats/FormatRegistry.cpp
+  formats/SlabWriters.cpp
   formats/TiffMessages.cpp
   formats/VtkMessages.cpp
   bulk/CacheCarryOver.cpp
@@ -167,6 +168,7 @@ set(TARV_INTERNAL_HEADERS
   status/Status.h
   formats/FileStatus.h
   formats/FormatRegistry.h
+  formats/SlabWriters.h
   formats/TiffMessages.h
   formats/VtkMessages.h
   bulk/PlainElements.h

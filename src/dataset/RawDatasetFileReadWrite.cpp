@@ -14,6 +14,7 @@
 #include "dataset/ByteOrder.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/FileStatus.h"
+#include "formats/SlabWriters.h"
 
 namespace tarv {
 
@@ -163,52 +164,96 @@ Status formats::checkRawFileSize(const RawDatasetFileReadWrite& file, const Data
 
 void RawDatasetFileReadWrite::write(Dataset* dataset) { (void)formats::writeRawFile(*this, dataset); }
 
-Status formats::writeRawFile(RawDatasetFileReadWrite& file, Dataset* dataset) {
-  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no data to write");
+namespace {
+
+// Elements in file order, gathered with their fillers into chunks of about kChunkBytes.
+class RawSlabWriter : public formats::SlabWriter {
+public:
+  RawSlabWriter(std::ofstream opened, const RawDatasetFileReadWrite& file, const DatasetCoordinates& size)
+      : layout(file), byteSwap(file.byteSwap), elementType(file.elementType), total(elementCountOf(size)),
+        stream(std::move(opened)) {
+    chunk.assign(layout.chunkBytes(total), 0);
+    element = chunk.data() + (layout.gathers() ? layout.prefix : 0);
+    writeZeros(stream, layout.header);
+  }
+
+  Status writeSlab(Dataset& source, const DatasetBoundingBox& slab, const DatasetCoordinates& shift) override {
+    const std::uint64_t stride = layout.stride();
+    const bool gather = layout.gathers();
+    const std::uint64_t perChunk = layout.elementsPerChunk(total);
+    dispatchElementType(elementType, [&]<typename T>() {
+      DatasetCoordinates p = slab.start;
+      for (p.t = slab.start.t; p.t <= slab.end.t; ++p.t)
+        for (p.z = slab.start.z; p.z <= slab.end.z; ++p.z)
+          for (p.y = slab.start.y; p.y <= slab.end.y; ++p.y)
+            for (p.x = slab.start.x; p.x <= slab.end.x; ++p.x)
+              for (p.c = slab.start.c; p.c <= slab.end.c; ++p.c) {
+                const T value = source.getElement<T>(p + shift);
+                std::memcpy(element, &value, sizeof(T));
+                if constexpr (std::is_same_v<T, long double>) {
+                  // Only the leading bytes carry the value; the padding is stored as zeros.
+                  constexpr std::size_t valueBytes = 10;
+                  std::memset(element + valueBytes, 0, sizeof(T) - valueBytes);
+                }
+                if (byteSwap) ByteOrder::reverseElementBytes(element, 1, sizeof(T));
+                if (!gather) {
+                  writeZeros(stream, layout.prefix);
+                  stream.write(reinterpret_cast<const char*>(element), static_cast<std::streamsize>(sizeof(T)));
+                  writeZeros(stream, layout.suffix);
+                  continue;
+                }
+                element += stride;
+                if (++pending == perChunk || count + 1 == total) flush();
+                ++count;
+              }
+    });
+    return okStatus();
+  }
+
+  Status finish() override {
+    writeZeros(stream, layout.trailer);
+    stream.close();
+    if (stream.fail()) return ioError("writing failed: " + std::string(std::strerror(errno)));
+    return okStatus();
+  }
+
+private:
+  void flush() {
+    stream.write(reinterpret_cast<const char*>(chunk.data()), static_cast<std::streamsize>(pending * layout.stride()));
+    element = chunk.data() + layout.prefix;
+    pending = 0;
+  }
+
+  ElementLayout layout;
+  bool byteSwap;
+  TARVElementType elementType;
+  std::uint64_t total;
+  std::ofstream stream;
+  std::vector<unsigned char> chunk;
+  unsigned char* element = nullptr;
+  std::uint64_t pending = 0;
+  // Elements written so far.
+  std::uint64_t count = 0;
+};
+
+}  // namespace
+
+Result<std::unique_ptr<formats::SlabWriter>> formats::openRawSlabWriter(RawDatasetFileReadWrite& file,
+                                                                       const SlabFileShape& shape) {
   std::ofstream stream(file.fileName, std::ios::binary | std::ios::trunc);
   if (!stream.is_open()) return openForWritingFailure(file.fileName);
   correctNegativeFillerSizes(file);
-  const ElementLayout layout(file);
-  if (layout.elementSize == 0) return unsupportedElementType(file.elementType);
+  if (ElementLayout(file).elementSize == 0) return unsupportedElementType(file.elementType);
+  return std::unique_ptr<SlabWriter>(std::make_unique<RawSlabWriter>(std::move(stream), file, shape.size));
+}
 
-  writeZeros(stream, layout.header);
-  const DatasetCoordinates size = dataset->getSize();
-  const std::uint64_t total = elementCountOf(size);
-  const std::uint64_t stride = layout.stride();
-  const bool gather = layout.gathers();
-  const std::uint64_t perChunk = layout.elementsPerChunk(total);
-  std::vector<unsigned char> chunk(layout.chunkBytes(total), 0);
-  dataset->announceAccessToFullDataset();
-  dispatchElementType(file.elementType, [&]<typename T>() {
-    unsigned char* element = chunk.data() + (gather ? layout.prefix : 0);
-    std::uint64_t pending = 0;
-    forEachElement(size, [&](const DatasetCoordinates& p, std::uint64_t n) {
-      const T value = dataset->getElement<T>(p);
-      std::memcpy(element, &value, sizeof(T));
-      if constexpr (std::is_same_v<T, long double>) {
-        // Only the leading bytes carry the value; the padding is stored as zeros.
-        constexpr std::size_t valueBytes = 10;
-        std::memset(element + valueBytes, 0, sizeof(T) - valueBytes);
-      }
-      if (file.byteSwap) ByteOrder::reverseElementBytes(element, 1, sizeof(T));
-      if (!gather) {
-        writeZeros(stream, layout.prefix);
-        stream.write(reinterpret_cast<const char*>(element), static_cast<std::streamsize>(sizeof(T)));
-        writeZeros(stream, layout.suffix);
-        return;
-      }
-      element += stride;
-      if (++pending == perChunk || n + 1 == total) {
-        stream.write(reinterpret_cast<const char*>(chunk.data()), static_cast<std::streamsize>(pending * stride));
-        element = chunk.data() + layout.prefix;
-        pending = 0;
-      }
-    });
-  });
-  writeZeros(stream, layout.trailer);
-  stream.close();
-  if (stream.fail()) return ioError("writing failed: " + std::string(std::strerror(errno)));
-  return okStatus();
+Status formats::writeRawFile(RawDatasetFileReadWrite& file, Dataset* dataset) {
+  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no data to write");
+  SlabFileShape shape;
+  shape.size = dataset->getSize();
+  auto writer = openRawSlabWriter(file, shape);
+  if (!writer.ok()) return writer.status();
+  return writeWholeDataset(*writer.value(), dataset);
 }
 
 }  // namespace tarv

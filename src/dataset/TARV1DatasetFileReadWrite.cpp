@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <fstream>
+#include <memory>
 #include <new>
 #include <sstream>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "dataset/ByteOrder.h"
 #include "dataset/TARV1FileHeader.h"
 #include "formats/FileStatus.h"
+#include "formats/SlabWriters.h"
 
 namespace tarv {
 
@@ -72,14 +74,67 @@ Status formats::readTarv1File(const TARV1DatasetFileReadWrite& file, Dataset* da
 
 void TARV1DatasetFileReadWrite::write(Dataset* dataset) { (void)formats::writeTarv1File(*this, dataset); }
 
-Status formats::writeTarv1File(const TARV1DatasetFileReadWrite& file, Dataset* dataset) {
-  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no data to write");
+namespace {
+
+// The header, then one slice of quantised samples after the other.
+class Tarv1SlabWriter : public formats::SlabWriter {
+public:
+  Tarv1SlabWriter(std::ofstream opened, bool littleEndian, const DatasetCoordinates& size, int offset, int factor)
+      : stream(std::move(opened)), littleEndian(littleEndian), size(size), offset(offset), factor(factor) {}
+
+  Status allocate() {
+    try {
+      samples.resize(static_cast<std::size_t>(size.x) * static_cast<std::size_t>(size.y));
+    } catch (const std::bad_alloc&) {
+      return ioError("not enough memory for a slice");
+    }
+    return okStatus();
+  }
+
+  Status writeSlab(Dataset& source, const DatasetBoundingBox& slab, const DatasetCoordinates& shift) override {
+    const std::size_t sliceSamples = samples.size();
+    DatasetCoordinates p = slab.start;
+    for (p.t = slab.start.t; p.t <= slab.end.t && stream; ++p.t)
+      for (p.z = slab.start.z; p.z <= slab.end.z && stream; ++p.z) {
+        std::uint16_t* sample = samples.data();
+        for (p.y = 0; p.y < size.y; ++p.y)
+          for (p.x = 0; p.x < size.x; ++p.x) {
+            const int r = Mathematics::round((source.getElement<double>(p + shift) - offset) * factor);
+            // Only the low 16 bits are kept: values above the stated maximum wrap.
+            *sample++ = static_cast<std::uint16_t>(r < 0 ? 0 : r);
+          }
+        ByteOrder::convertLittleEndian(samples.data(), sliceSamples, TARV1FileHeader::sampleByteSize, littleEndian);
+        stream.write(reinterpret_cast<const char*>(samples.data()),
+                     static_cast<std::streamsize>(sliceSamples * TARV1FileHeader::sampleByteSize));
+      }
+    return okStatus();
+  }
+
+  Status finish() override {
+    stream.close();
+    if (stream.fail()) return ioError("writing failed: " + std::string(std::strerror(errno)));
+    return okStatus();
+  }
+
+private:
+  std::ofstream stream;
+  bool littleEndian;
+  DatasetCoordinates size;
+  int offset;
+  int factor;
+  std::vector<std::uint16_t> samples;
+};
+
+}  // namespace
+
+Result<std::unique_ptr<formats::SlabWriter>> formats::openTarv1SlabWriter(const TARV1DatasetFileReadWrite& file,
+                                                                         const SlabFileShape& shape) {
   std::ofstream stream(file.fileName, std::ios::binary | std::ios::trunc);
   if (!stream.is_open()) return openForWritingFailure(file.fileName);
   const bool littleEndian = file.littleEndian;
 
-  const double minimum = dataset->getMinimumValue();
-  const double maximum = dataset->getMaximumValue();
+  const double minimum = shape.minimum;
+  const double maximum = shape.maximum;
   const int offset = floorToInt(minimum);
   int factor = 1;
   if (maximum > offset) {
@@ -87,9 +142,9 @@ Status formats::writeTarv1File(const TARV1DatasetFileReadWrite& file, Dataset* d
     factor = f != 0 ? f : 1;
   }
 
-  const DatasetCoordinates size = dataset->getSize();
-  const WorldCoordinates& origin = dataset->getWorldEmbedding().getDatasetOrigin();
-  const WorldCoordinates& spacing = dataset->getWorldEmbedding().getVoxelSpacing();
+  const DatasetCoordinates size = shape.size;
+  const WorldCoordinates& origin = shape.embedding.getDatasetOrigin();
+  const WorldCoordinates& spacing = shape.embedding.getVoxelSpacing();
   std::ostringstream header;
   header.precision(16);
   header << "X = " << size.x << "\n"
@@ -115,31 +170,27 @@ Status formats::writeTarv1File(const TARV1DatasetFileReadWrite& file, Dataset* d
   text += '\r';
   stream.write(text.data(), static_cast<std::streamsize>(text.size()));
 
-  dataset->announceAccessToFullDataset();
-  const std::size_t sliceSamples = static_cast<std::size_t>(size.x) * static_cast<std::size_t>(size.y);
-  std::vector<std::uint16_t> samples;
-  try {
-    samples.resize(sliceSamples);
-  } catch (const std::bad_alloc&) {
-    return ioError("not enough memory for a slice");
+  auto writer = std::make_unique<Tarv1SlabWriter>(std::move(stream), littleEndian, size, offset, factor);
+  if (Status allocated = writer->allocate(); !allocated.ok()) return allocated;
+  return std::unique_ptr<SlabWriter>(std::move(writer));
+}
+
+Status formats::writeTarv1File(const TARV1DatasetFileReadWrite& file, Dataset* dataset) {
+  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no data to write");
+  SlabFileShape shape;
+  shape.size = dataset->getSize();
+  shape.elementType = dataset->getElementType();
+  shape.embedding = dataset->getWorldEmbedding();
+  // Opening the file comes first: a file that cannot be opened is reported before any computing.
+  {
+    std::ofstream probe(file.fileName, std::ios::binary | std::ios::trunc);
+    if (!probe.is_open()) return openForWritingFailure(file.fileName);
   }
-  DatasetCoordinates p(0, 0, 0, 0, 0);
-  for (p.t = 0; p.t < size.t && stream; ++p.t)
-    for (p.z = 0; p.z < size.z && stream; ++p.z) {
-      std::uint16_t* sample = samples.data();
-      for (p.y = 0; p.y < size.y; ++p.y)
-        for (p.x = 0; p.x < size.x; ++p.x) {
-          const int r = Mathematics::round((dataset->getElement<double>(p) - offset) * factor);
-          // Only the low 16 bits are kept: values above the stated maximum wrap.
-          *sample++ = static_cast<std::uint16_t>(r < 0 ? 0 : r);
-        }
-      ByteOrder::convertLittleEndian(samples.data(), sliceSamples, TARV1FileHeader::sampleByteSize, littleEndian);
-      stream.write(reinterpret_cast<const char*>(samples.data()),
-                   static_cast<std::streamsize>(sliceSamples * TARV1FileHeader::sampleByteSize));
-    }
-  stream.close();
-  if (stream.fail()) return ioError("writing failed: " + std::string(std::strerror(errno)));
-  return okStatus();
+  shape.minimum = dataset->getMinimumValue();
+  shape.maximum = dataset->getMaximumValue();
+  auto writer = openTarv1SlabWriter(file, shape);
+  if (!writer.ok()) return writer.status();
+  return writeWholeDataset(*writer.value(), dataset);
 }
 
 }  // namespace tarv

@@ -91,17 +91,6 @@ std::unique_ptr<VTKDatasetFileReadWrite> makeVtkReadWrite(FileFormat format) {
   }
 }
 
-RawDatasetFileReadWrite makeRawReadWrite(const std::string& path, const RawLayout& layout, TARVElementType type) {
-  RawDatasetFileReadWrite file;
-  file.fileName = path;
-  file.elementType = type;
-  file.byteSwap = layout.byteSwap;
-  file.headerSize = layout.headerSize;
-  file.trailerSize = layout.trailerSize;
-  file.elementPrefixSize = layout.elementPrefixSize;
-  file.elementSuffixSize = layout.elementSuffixSize;
-  return file;
-}
 
 // A file-backed dataset with the module, opened on path.
 Result<DatasetHandle> openLazily(const std::string& path, DatasetFileReadModule* module) {
@@ -184,7 +173,7 @@ Result<OpenedFile> readRaw(const std::string& path, const RawLayout& layout) {
   if (elementCount(layout.size) < 1 || !isStorableElementType(layout.elementType))
     return invalidArgumentError("a raw file stores no layout: its size and element type must be given");
   if (Status size = checkElementCount(layout.size); !size.ok()) return size;
-  RawDatasetFileReadWrite reader = makeRawReadWrite(path, layout, layout.elementType);
+  RawDatasetFileReadWrite reader = rawFileFor(path, layout, layout.elementType);
   if (Status fits = checkRawFileSize(reader, layout.size); !fits.ok()) return fits;
   OpenedFile opened;
   opened.format = FileFormat::raw;
@@ -303,6 +292,18 @@ Status checkFormatHoldsShape(FileFormat format, const DatasetCoordinates& size) 
   return okStatus();
 }
 
+RawDatasetFileReadWrite rawFileFor(const std::string& path, const RawLayout& layout, TARVElementType type) {
+  RawDatasetFileReadWrite file;
+  file.fileName = path;
+  file.elementType = type;
+  file.byteSwap = layout.byteSwap;
+  file.headerSize = layout.headerSize;
+  file.trailerSize = layout.trailerSize;
+  file.elementPrefixSize = layout.elementPrefixSize;
+  file.elementSuffixSize = layout.elementSuffixSize;
+  return file;
+}
+
 Result<OpenedFile> readDatasetFile(const std::string& path, const ReadRequest& request) {
   if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
   Result<OpenedFile> opened = invalidArgumentError("unknown format");
@@ -342,7 +343,7 @@ Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat fo
       return writePagedTiffFile(writer, dataset);
     }
     case FileFormat::raw: {
-      RawDatasetFileReadWrite writer = makeRawReadWrite(path, raw, dataset->getElementType());
+      RawDatasetFileReadWrite writer = rawFileFor(path, raw, dataset->getElementType());
       return writeRawFile(writer, dataset);
     }
     case FileFormat::vtkTiff:

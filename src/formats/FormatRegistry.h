@@ -12,6 +12,7 @@
 #include "dataset/Dataset.h"
 #include "dataset/DatasetHandle.h"
 #include "dataset/DatasetWorldEmbedding.h"
+#include "dataset/RawDatasetFileReadWrite.h"
 #include "dataset/TiffFileHeader.h"
 #include "status/Status.h"
 
@@ -70,6 +71,9 @@ struct RawLayout {
   int elementPrefixSize = 0;
   int elementSuffixSize = 0;
 };
+
+// The raw file object for path in the layout, holding elements of the type.
+RawDatasetFileReadWrite rawFileFor(const std::string& path, const RawLayout& layout, TARVElementType type);
 
 struct ReadRequest {
   FileFormat format = FileFormat::raw;
