@@ -19,10 +19,12 @@ struct ConvertOptions {
   OutputOptions output;
 };
 
-void runConvert(ConvertOptions& options) {
+void runConvert(ConvertOptions& options, const GlobalOptions& global) {
   OpenedDataset opened = openDataset(options.in, options.input, Access::lazy);
   options.output.raw = options.input.raw;
   options.output.sourceName = options.in;
+  options.output.work = "converting " + options.in;
+  options.output.showProgress = global.progress;
   const WrittenFile written = writeDataset(opened.get(), options.out, options.output);
   throwIfReadFailed(opened);
   std::cout << "wrote " << options.out << ": " << fileFormatDisplayName(written.format) << ", "
@@ -32,7 +34,7 @@ void runConvert(ConvertOptions& options) {
 
 }  // namespace
 
-Command addConvertCommand(CLI::App& tarv, const GlobalOptions&) {
+Command addConvertCommand(CLI::App& tarv, const GlobalOptions& global) {
   auto options = std::make_shared<ConvertOptions>();
   CLI::App* app = tarv.add_subcommand("convert", "Convert a dataset file to another format or element type");
   app->add_option("IN", options->in, "Input dataset file")->required();
@@ -40,11 +42,11 @@ Command addConvertCommand(CLI::App& tarv, const GlobalOptions&) {
   addOutputOptions(*app, options->output, true);
   addInputOptions(*app, options->input);
   app->footer(formatsHelpFooter() +
-              "TARV1 and paged TIFF inputs are read block by block. A .tif input that is not tiled is read through "
-              "VTK.\n"
+              "TARV1 and paged TIFF inputs are read block by block, and paged TIFF, TARV1 and raw outputs written slab by "
+              "slab,\nso a lazily read input is never held whole. A .tif input that is not tiled is read through VTK.\n"
               "Formats of one time step need --time for data with several. The --raw-* options describe raw output\n"
               "files as well (fillers and byte order; the element type is the data's or --type).");
-  return Command{app, [options] { runConvert(*options); }};
+  return Command{app, [options, &global] { runConvert(*options, global); }};
 }
 
 }  // namespace tarv::tool

@@ -5,11 +5,14 @@
 #include <vector>
 
 #include "AtomicFile.h"
+#include "Interrupt.h"
 #include "OptionParsing.h"
+#include "ProgressBar.h"
 #include "ToolError.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/FileStatus.h"
 #include "formats/FormatRegistry.h"
+#include "formats/SlabWriters.h"
 
 namespace tarv::tool {
 
@@ -148,6 +151,44 @@ WritePlan planWrite(Dataset* dataset, const std::string& path, const OutputOptio
   return plan;
 }
 
+// The blocks of a lazily read source that could not be read, as the error of the write.
+void throwIfBlocksFailed(Dataset* dataset, const std::string& path, const OutputOptions& options) {
+  if (Status blocks = formats::blockReadStatus(dataset); !blocks.ok())
+    throw ToolError(options.sourceName.empty() ? path : options.sourceName, "damaged file: " + blocks.message());
+}
+
+WrittenFile writeInSlabs(Dataset* dataset, const std::string& path, const OutputOptions& options,
+                         const WritePlan& plan) {
+  AtomicFile file(path);
+  formats::StreamedWrite request;
+  request.format = plan.format;
+  request.raw = options.raw.file;
+  request.elementType = plan.elementType;
+  request.timeStep = options.time;
+  Status written;
+  {
+    ProgressBar bar(options.work, options.showProgress);
+    request.progress = &bar;
+    {
+      Interrupt::CancellableWork work;
+      written = formats::writeDatasetFileInSlabs(dataset, file.getTemporaryPath(), request);
+    }
+    if (Interrupt::requested() || written.code() == StatusCode::cancelled)
+      throw ToolInterrupted("interrupted while " + options.work + ", nothing written");
+    if (written.ok()) bar.finish();
+  }
+  throwIfBlocksFailed(dataset, path, options);
+  if (!written.ok()) throw ToolError(path, "writing failed: " + written.message());
+  WrittenFile result;
+  result.format = plan.format;
+  result.size = dataset->getSize();
+  if (options.time >= 0) result.size.t = 1;
+  result.elementType = plan.elementType;
+  result.bytes = file.getTemporarySize();
+  file.commit();
+  return result;
+}
+
 }  // namespace
 
 void checkCanWrite(Dataset* dataset, const std::string& path, const OutputOptions& options) {
@@ -156,6 +197,8 @@ void checkCanWrite(Dataset* dataset, const std::string& path, const OutputOption
 
 WrittenFile writeDataset(Dataset* dataset, const std::string& path, const OutputOptions& options) {
   const WritePlan plan = planWrite(dataset, path, options);
+  if (formats::formatWritesInSlabs(plan.format)) return writeInSlabs(dataset, path, options, plan);
+  calculateWithProgress(dataset, options.work, options.showProgress);
   DatasetHandle converted;
   Dataset* data = dataset;
   if (options.time >= 0 || plan.elementType != dataset->getElementType()) {
@@ -170,8 +213,7 @@ WrittenFile writeDataset(Dataset* dataset, const std::string& path, const Output
   AtomicFile file(path);
   const Status written = formats::writeDatasetFile(data, file.getTemporaryPath(), plan.format, options.raw.file);
   // A lazily read source may have failed to give some of the data.
-  if (Status blocks = formats::blockReadStatus(dataset); !blocks.ok())
-    throw ToolError(options.sourceName.empty() ? path : options.sourceName, "damaged file: " + blocks.message());
+  throwIfBlocksFailed(dataset, path, options);
   if (!written.ok()) throw ToolError(path, "writing failed: " + written.message());
   WrittenFile result;
   result.format = plan.format;

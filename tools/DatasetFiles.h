@@ -41,6 +41,10 @@ struct OutputOptions {
   // The file the data is read from while it is written (a lazily read input), to name it when
   // one of its blocks cannot be read.
   std::string sourceName;
+  // What is being done, for the progress bar and the message when Ctrl-C stops it; a bar is drawn
+  // only with showProgress.
+  std::string work = "writing";
+  bool showProgress = false;
 };
 
 // Adds --input-format and the --raw-* layout options.
@@ -77,8 +81,10 @@ struct WrittenFile {
 
 // Writes the dataset (time step options.time, converted to options.type) in the format named by
 // options.format or by the extension, atomically: an existing file is replaced only by a
-// complete one. Throws ToolError naming the file when the format cannot hold the data or the
-// write fails.
+// complete one. Paged TIFF, TARV1 and raw files are computed and written slab by slab, so that
+// memory does not grow with the volume; the other formats take the data whole (computed first,
+// with a progress bar). Throws ToolError naming the file when the format cannot hold the data or
+// the write fails, and ToolInterrupted when Ctrl-C stops it (nothing written).
 WrittenFile writeDataset(Dataset* dataset, const std::string& path, const OutputOptions& options);
 
 // Throws the ToolError that writeDataset would throw for the format, element type, time step

@@ -55,13 +55,14 @@ void runFilter(const FilterOptions& options, const GlobalOptions& global) {
   const int resultId = graph.chooseResult(options.outputId);
   Dataset* result = graph.findDataset(resultId);
   checkCanWrite(result, options.output, options.write);
-  graph.announceFullAccess();
 
-  calculateWithProgress(result, "computing node " + std::to_string(resultId), global.progress);
+  // Computed while it is written: slab by slab for the formats that take slabs.
+  OutputOptions write = options.write;
+  write.work = "computing node " + std::to_string(resultId);
+  write.showProgress = global.progress;
+  const WrittenFile written = writeDataset(result, options.output, write);
   for (const auto& [id, input] : opened) throwIfReadFailed(input);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-
-  const WrittenFile written = writeDataset(result, options.output, options.write);
   const GraphReader::Node* node = graph.findNode(resultId);
   std::cout << "wrote " << options.output << ": " << fileFormatDisplayName(written.format) << ", "
             << sizeText(written.size) << ", " << elementTypeName(written.elementType) << " (node " << resultId
@@ -90,8 +91,11 @@ Command addFilterCommand(CLI::App& tarv, const GlobalOptions& global) {
       "them, separated by empty lines; lines starting with '#' are comments. 'Type' chooses the filter\n"
       "(" + types + "),\n"
       "'ID' names it and 'SourceDatasetIDList' lists the IDs of its sources: other filters or --input datasets.\n"
-      "The result is computed with a progress bar; Ctrl-C stops it and writes nothing. Every node keeps the\n"
-      "whole volume in memory while the graph is computed.\n"
+      "The result is computed with a progress bar; Ctrl-C stops it and writes nothing. Paged TIFF, TARV1 and raw\n"
+      "results are computed and written slab by slab: every node keeps only the slices the current slab needs,\n"
+      "so memory does not grow with the volume's depth (TARV1 takes two passes, the first for the value range).\n"
+      "Other formats take the result whole: every node keeps its whole volume in memory. The work is split over\n"
+      "the cores (--threads N before or after the command; 1 for one thread); the result is the same bit for bit.\n"
       "Example block:\n"
       "  ID = 1\n"
       "  Type = SmoothDataset\n"

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "engine/Evaluation.h"
 #include "Interrupt.h"
 #include "LibraryMessages.h"
 #include "ProgressBar.h"
@@ -53,6 +54,9 @@ int main(int argc, char** argv) {
   tarv.add_flag("--progress", progress, "Draw progress bars on the standard error stream (default: on a terminal)");
   tarv.add_flag("--no-progress", noProgress, "Draw no progress bars");
   tarv.add_flag("--verbose", global.verbose, "Print the messages of the library, libtiff and VTK at the end");
+  int threads = 0;
+  tarv.add_option("--threads", threads, "Threads that computing splits its work over (default 0: one per core; 1: none)")
+      ->check(CLI::NonNegativeNumber);
   tarv.footer("Run 'tarv COMMAND --help' for the options of a command.");
 
   std::vector<Command> commands = {
@@ -84,6 +88,7 @@ int main(int argc, char** argv) {
     printError(where, std::string(error.what()) + " (see '" + where + " --help')");
     return 1;
   }
+  tarv::engine::setThreadCount(threads);
   if (progress) global.progress = true;
   if (noProgress) global.progress = false;
 
