@@ -112,9 +112,10 @@ private:
 };
 
 // Streams the dataset into the consumer; the consumer's own failure, or cancelled on a stop.
-Status stream(Dataset* dataset, SlabsInFileTerms& consumer, int timeStep, Progress* progress) {
+Status stream(Dataset* dataset, SlabsInFileTerms& consumer, const StreamedWrite& request, Progress* progress) {
   engine::StreamOptions options;
-  options.timeStep = timeStep;
+  options.timeStep = request.timeStep;
+  options.slabDepth = request.slabDepth;
   options.progress = progress;
   switch (engine::streamDataset(dataset, consumer, options)) {
     case engine::StreamResult::completed: return okStatus();
@@ -151,6 +152,14 @@ Status writeDatasetFileInSlabs(Dataset* dataset, const std::string& path, const 
   shape.elementType = request.elementType;
   shape.embedding = dataset->getWorldEmbedding();
   const bool converting = request.timeStep >= 0 || request.elementType != dataset->getElementType();
+  if (request.timeStep >= 0) {
+    // Placed as the converted copy of the time step is: its first voxel where the data has it.
+    const DatasetCoordinates first(0, 0, 0, request.timeStep, 0);
+    Dataset corner(true);
+    corner.convertPartFrom(dataset, request.elementType, DatasetBoundingBox(first, first));
+    if (!corner.hasData()) return ioError("not enough memory to convert the data");
+    shape.embedding = corner.getWorldEmbedding();
+  }
 
   Result<std::unique_ptr<SlabWriter>> writer = invalidArgumentError("no writer");
   double firstShare = 0.0;
@@ -170,7 +179,7 @@ Status writeDatasetFileInSlabs(Dataset* dataset, const std::string& path, const 
       } else {
         RangeOfSlabs range(request.elementType, request.timeStep);
         PassProgress first(request.progress, 0.0, 0.5);
-        if (Status found = stream(dataset, range, request.timeStep, &first); !found.ok()) return found;
+        if (Status found = stream(dataset, range, request, &first); !found.ok()) return found;
         shape.minimum = range.minimum;
         shape.maximum = range.maximum;
         firstShare = 0.5;
@@ -188,7 +197,7 @@ Status writeDatasetFileInSlabs(Dataset* dataset, const std::string& path, const 
   if (!writer.ok()) return writer.status();
   WritingSlabs slabs(*writer.value(), request.elementType, request.timeStep);
   PassProgress second(request.progress, firstShare, 1.0 - firstShare);
-  if (Status written = stream(dataset, slabs, request.timeStep, &second); !written.ok()) return written;
+  if (Status written = stream(dataset, slabs, request, &second); !written.ok()) return written;
   return writer.value()->finish();
 }
 

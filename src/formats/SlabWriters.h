@@ -64,6 +64,8 @@ struct StreamedWrite {
   RawLayout raw;
   TARVElementType elementType = TARV_ELEMENT_TYPE_NO_TYPE;
   int timeStep = -1;
+  // z slices per slab; 0 chooses them from the engine's memory budget.
+  int slabDepth = 0;
   // Told the fraction done and asked whether to stop; may be null.
   Progress* progress = nullptr;
 };

@@ -19,6 +19,7 @@
 #include "dataset/TARV1DatasetFileReadWrite.h"
 #include "dataset/TiffDatasetFileWrite.h"
 #include "dataset/VTIDatasetFileReadWrite.h"
+#include "formats/FormatRegistry.h"
 
 using namespace tarv;
 using namespace tarv::tool::test;
@@ -416,6 +417,58 @@ TEST_F(Filter, ComputesAGraphOnLazilyReadInputs) {
   ASSERT_EQ(run({"filter", "graph.txt", "-i", "0=volume.tarv", "-o", "lin.raw", "--output-id", "1"}).status, 0);
   DatasetHandle linear = readRaw(file("lin.raw"), DatasetCoordinates(5, 4, 3, 2, 1), TARV_ELEMENT_TYPE_FLOAT);
   EXPECT_EQ(GetRawPtr(linear)->getElement<double>(DatasetCoordinates(4, 3, 2, 1, 0)), 2.0 * 119 + 1);
+}
+
+// Paged TIFF, TARV1 and raw results are computed and written slab by slab, on any number of
+// threads: the files are those the library writes from the result computed whole.
+TEST_F(Filter, StreamedResultsAreTheFilesOfTheWholeResult) {
+  std::mt19937 rng(11);
+  std::uniform_int_distribution<int> noise(-300, 300);
+  DatasetHandle volume = makeDataset(DatasetCoordinates(37, 23, 29, 2, 1), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT,
+                                     [&](int x, int y, int z, int t) { return (x * y - z * 7 + t * 50) % 900 + noise(rng); },
+                                     DatasetWorldEmbedding(WorldCoordinates(1, 2, 3, 0), WorldCoordinates(0.5, 0.7, 1.5, 1)));
+  TARV1DatasetFileReadWrite tarv1;
+  tarv1.fileName = file("volume.tarv");
+  tarv1.write(GetRawPtr(volume));
+  writeText(file("g.txt"),
+            "ID = 1\nType = SmoothDataset\nSourceDatasetIDList = 0\nKernelXSize = 3\nKernelYSize = 3\nKernelZSize = 5\n"
+            "MarginValue = -7\n\n"
+            "ID = 2\nType = GradientDataset\nSourceDatasetIDList = 1\nGradientDimensionality = 3\n"
+            "GradientDirection = 2\nGradientFilterSize = 3\nVoxelGradient = false\n\n"
+            "ID = 3\nType = VectorLengthDataset\nSourceDatasetIDList = 2 1\n");
+  // The reference: the result computed whole (a .vti file holds it exactly), written by the library.
+  for (const char* time : {"0", "1"}) {
+    SCOPED_TRACE(std::string("time ") + time);
+    ASSERT_EQ(run({"filter", "g.txt", "-i", "0=volume.tarv", "-o", "whole.vti", "--time", time}).status, 0);
+    VTIDatasetFileReadWrite vti;
+    vti.setFileName(file("whole.vti"));
+    Dataset whole(true);
+    vti.read(&whole, 0);
+    ASSERT_TRUE(whole.hasData());
+    Dataset wholeShort(true);
+    wholeShort.convertPartFrom(&whole, TARV_ELEMENT_TYPE_SIGNED_SHORT_INT, whole.getVoxelBoundingBox());
+    // (A .vti file does not hold the time axis's origin, which a TARV1 header states.)
+    for (const char* extension : {".tif", ".tarv", ".raw"})
+      for (const char* type : {"", "int16"}) {
+        if (std::string(extension) == ".tarv" && std::string(time) == "1") continue;
+        SCOPED_TRACE(std::string(extension) + " " + type);
+        const std::string reference = file(std::string("reference") + extension);
+        const auto format = formats::formatFromExtension(reference);
+        ASSERT_TRUE(format.has_value());
+        Dataset* data = std::string(type).empty() ? &whole : &wholeShort;
+        ASSERT_TRUE(formats::writeDatasetFile(data, reference, *format, formats::RawLayout()).ok());
+        for (const char* threads : {"1", "2", "3"}) {
+          const std::string out = std::string("streamed") + threads + extension;
+          std::vector<std::string> arguments = {"--threads", threads, "filter", "g.txt", "-i", "0=volume.tarv",
+                                                "-o", out, "--time", time};
+          if (!std::string(type).empty()) arguments.insert(arguments.end(), {"--type", type});
+          const RunResult result = run(arguments);
+          ASSERT_EQ(result.status, 0) << result.err;
+          EXPECT_EQ(readText(file(out)), readText(reference)) << out << " differs from the whole result's file";
+        }
+      }
+  }
+  expectNoTemporaryFiles(directory);
 }
 
 TEST_F(Filter, ParametersThatDependOnTheSourcesSurviveAssembly) {
