@@ -35,7 +35,7 @@ int DirectionFilteredVectorLengthDataset::calculateRow(const DatasetCoordinates&
   if (readSourceRows(first, count, check, components) == 0) return 0;
   if (check) return count;
   const auto length = static_cast<std::size_t>(count);
-  const unsigned n = sourceVector.size();
+  const auto n = static_cast<unsigned>(sourceDatasets.size());
   std::vector<double> values(length);
   // Element by element through a scratch vector, which the dataset's own is left as the last
   // element leaves it.
