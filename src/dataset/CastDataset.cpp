@@ -1,5 +1,6 @@
 #include "dataset/CastDataset.h"
 
+#include <cstdint>
 #include <limits>
 #include <memory>
 
@@ -34,14 +35,24 @@ bool CastDataset::calculateElement(const DatasetCoordinates& p) {
 
 namespace {
 
-// Whether every value of the element type is a double, so that converting through double gives
-// what converting directly gives.
-bool convertsExactlyThroughDouble(TARVElementType type) {
-  bool exact = false;
-  dispatchElementType(type, [&]<typename T>() {
-    exact = std::numeric_limits<T>::digits <= std::numeric_limits<double>::digits;
+// Whether converting every value of the source type to the target type through double gives what
+// converting it directly gives: every source value is a double, and an integer conversion through
+// double, which saturates at the 32-bit range for targets of 32 bits and fewer (convertElementValue),
+// never meets a source value beyond that range, which a direct conversion would wrap.
+bool convertsAlikeThroughDouble(TARVElementType source, TARVElementType target) {
+  bool alike = false;
+  dispatchElementType(source, [&]<typename S>() {
+    dispatchElementType(target, [&]<typename T>() {
+      alike = std::numeric_limits<S>::digits <= std::numeric_limits<double>::digits;
+      if constexpr (std::is_integral_v<S> && std::is_integral_v<T> && !std::is_same_v<T, bool>) {
+        constexpr bool throughInt32 = sizeof(T) < 4 || std::is_same_v<T, int>;
+        constexpr bool fitsInt32 = static_cast<std::int64_t>(std::numeric_limits<S>::max()) <= INT32_MAX &&
+                                   static_cast<std::int64_t>(std::numeric_limits<S>::min()) >= INT32_MIN;
+        if constexpr (throughInt32 && !fitsInt32) alike = false;
+      }
+    });
   });
-  return exact;
+  return alike;
 }
 
 }  // namespace
@@ -51,7 +62,7 @@ int CastDataset::calculateRow(const DatasetCoordinates& first, int count, bool c
   // The element path stores the converted bytes as the dataset's type: only where the types agree
   // is that a conversion.
   if (source == nullptr || parameters.elementType != elementType ||
-      !convertsExactlyThroughDouble(source->getElementType()))
+      !convertsAlikeThroughDouble(source->getElementType(), elementType))
     return 0;
   if (!holdsRow(first, count) || !source->canReadRow(first, count)) return 0;
   if (check) return count;

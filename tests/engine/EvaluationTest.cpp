@@ -83,7 +83,7 @@ public:
 // The whole result computed in bulk, on one to three threads, equals the result read element by
 // element, bit for bit, with the same progress reports and every element computed.
 TEST(EvaluationTest, WholeResultsOfRandomGraphsEqualElementByElementResults) {
-  for (unsigned seed : seedsToRun(1, 60)) {
+  for (unsigned seed : seedsToRun(1, 150)) {
     RandomGraph reference(seed, RandomGraphLimits());
     SCOPED_TRACE(reference.description);
     const std::vector<unsigned char> expected = elementsOneByOne(*reference.result);
@@ -102,7 +102,7 @@ TEST(EvaluationTest, WholeResultsOfRandomGraphsEqualElementByElementResults) {
 
 // A box computed by calculateBox (sources first, in bulk) equals the element-wise result there.
 TEST(EvaluationTest, BoxesOfRandomGraphsEqualElementByElementResults) {
-  for (unsigned seed : seedsToRun(100, 60)) {
+  for (unsigned seed : seedsToRun(1000, 150)) {
     RandomGraph reference(seed, RandomGraphLimits());
     SCOPED_TRACE(reference.description);
     const std::vector<unsigned char> expected = elementsOneByOne(*reference.result);
@@ -123,7 +123,7 @@ TEST(EvaluationTest, BoxesOfRandomGraphsEqualElementByElementResults) {
 // Streamed slab by slab with every slab depth: each slab holds the element-wise values, slabs come
 // in order and cover the volume; a consumer that refuses stops the stream at once.
 TEST(EvaluationTest, StreamedRandomGraphsEqualElementByElementResults) {
-  for (unsigned seed : seedsToRun(200, 60)) {
+  for (unsigned seed : seedsToRun(2000, 100)) {
     RandomGraph reference(seed, RandomGraphLimits());
     SCOPED_TRACE(reference.description);
     const std::vector<unsigned char> expected = elementsOneByOne(*reference.result);

@@ -70,6 +70,12 @@ public:
 
   DependentDataset* result = nullptr;
   std::string description;
+  // The filters in the order they were made (the result last).
+  std::vector<DependentDataset*> nodes() const {
+    std::vector<DependentDataset*> list;
+    for (const auto& f : filters) list.push_back(f.get());
+    return list;
+  }
 
 private:
   int between(int low, int high) { return std::uniform_int_distribution<int>(low, high)(rng); }
@@ -211,16 +217,21 @@ inline ::testing::AssertionResult sameElement(CachedDataset& d, const std::vecto
   const unsigned char* expected = reference.data() + rasterIndex(d.getSize(), p) * bytes;
   if (std::memcmp(buffer, expected, valueBytes(type)) == 0) return ::testing::AssertionSuccess();
   double a = 0.0, b = 0.0;
+  bool floating = false;
   dispatchElementType(type, [&]<typename T>() {
-    if constexpr (std::is_floating_point_v<T>) {
+    if constexpr (!std::is_same_v<T, bool>) {
       T x, y;
       std::memcpy(&x, buffer, sizeof(T));
       std::memcpy(&y, expected, sizeof(T));
       a = static_cast<double>(x);
       b = static_cast<double>(y);
+      floating = std::is_floating_point_v<T>;
+    } else {
+      a = buffer[0] & 1;
+      b = expected[0] & 1;
     }
   });
-  if (std::isnan(a) && std::isnan(b)) return ::testing::AssertionSuccess();
+  if (floating && std::isnan(a) && std::isnan(b)) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "element " << p << " differs: " << a << " (bulk) vs " << b << " (one by one)";
 }
 
