@@ -1,6 +1,7 @@
-"""Merges the Google Benchmark JSON of tarv_bench with the peer times of peers.py into one table.
+"""Merges the Google Benchmark JSON of tarv_bench with the peer times of peers.py and the tool rows of
+tool_rows.py into one table.
 
-    table.py ours.json peers.json
+    table.py ours.json peers.json tools.json
 """
 
 import json
@@ -19,15 +20,20 @@ def load_ours(path):
         data = json.load(f)
     rows = {}
     for b in data["benchmarks"]:
-        name = b["run_name"].split("/")[0]
+        parts = b["run_name"].split("/")
+        # Rows with an argument keep it: BM_EdgeGraphThreads/1.
+        name = parts[0] + ("/" + parts[1] if len(parts) > 1 and parts[1].isdigit() else "")
         if b.get("run_type") == "aggregate" and b.get("aggregate_name") != "median":
             continue
         unit = {"ms": 1e-3, "us": 1e-6, "ns": 1e-9, "s": 1.0}[b.get("time_unit", "ns")]
         entry = rows.setdefault(name, {"times": [], "counters": {}})
+        # Rows on several threads are timed by the clock on the wall (UseRealTime), the others by
+        # processor time.
+        key = "real_time" if name.endswith("/real_time") or "Threads" in name else "cpu_time"
         if b.get("run_type") == "aggregate":
-            entry["median"] = b["cpu_time"] * unit
+            entry["median"] = b[key] * unit
         else:
-            entry["times"].append(b["cpu_time"] * unit)
+            entry["times"].append(b[key] * unit)
         for key in ("peak_cache_MB", "file_MB", "hausdorff", "average_border", "remaining"):
             if key in b:
                 entry["counters"][key] = b[key]
@@ -38,10 +44,12 @@ def load_ours(path):
     return rows
 
 
-def main(ours_path, peers_path):
+def main(ours_path, peers_path, tools_path):
     ours = load_ours(ours_path)
     with open(peers_path) as f:
         peers = json.load(f)
+    with open(tools_path) as f:
+        tools = json.load(f)
 
     def t(name):
         return ours[name]["median"]
@@ -96,10 +104,32 @@ def main(ours_path, peers_path):
     row("removeSmallVoxelGroups (< 10 voxels), 256³, 10 %", t("BM_RemoveSmallVoxelGroups"),
         "scipy label + bincount", peers["remove_small"], f"- (ITK {ITK['remove_small']} s)", "-")
 
+    for name, title in (("256", "256³"), ("512", "512×512×256")):
+        scipy = tools[f"edges{name}_scipy"]
+        file_mb = tools[f"edges{name}_file_MB"]
+        differing = tools[f"edges{name}_differing"]
+        for threads in ("1", "2"):
+            wall = tools[f"edges{name}_t{threads}"]
+            mb = tools[f"edges{name}_t{threads}_MB"]
+            fast = wall <= 0.1 * scipy
+            small = mb <= file_mb + 64
+            row(f"edge graph, `tarv filter` paged TIFF → paged TIFF, {title} int16, {threads} thread{'s' if threads == '2' else ''}"
+                " (wall)", wall, "numpy/scipy, float64 (wall)", scipy, "≤ 0.1 × scipy; peak ≤ file + 64 MB",
+                "yes" if fast and small else ("time no, memory yes" if small else "no"),
+                f" (peak {mb:.0f} MB, file {file_mb:.0f} MB; {differing} voxels differ from scipy's)")
+    one = t("BM_EdgeGraphThreads/1")
+    two = t("BM_EdgeGraphThreads/2")
+    row("edge graph, calculateFullDataset, 256³ int16 in memory, 2 threads (wall)", two, "the same on 1 thread", one,
+        "≥ 1.7× faster", "yes" if one / two >= 1.7 else "no", f" ({one / two:.2f}×)")
+    every = t("BM_EveryFilterType")
+    alone = max(t("BM_SmoothAlone"), t("BM_GradientAlone"))
+    row("one filter of every type, calculateFullDataset, 256³ int16", every, "its most expensive filter alone", alone,
+        "≤ 2 × that", "yes" if every <= 2 * alone else "no")
+
     print("| work | ours (s) | peer | peer (s) | ours / peer | goal | met |")
     print("|---|---|---|---|---|---|---|")
     print("\n".join(lines))
 
 
 if __name__ == "__main__":
-    main(sys.argv[1], sys.argv[2])
+    main(sys.argv[1], sys.argv[2], sys.argv[3])

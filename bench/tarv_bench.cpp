@@ -32,6 +32,7 @@
 #include "dataset/TiffDatasetFileWrite.h"
 #include "dataset/TiffFileReadModule.h"
 #include "dataset/VectorLengthDataset.h"
+#include "engine/Evaluation.h"
 
 using namespace tarv;
 
@@ -504,6 +505,8 @@ int main(int argc, char** argv) {
     writeVolumes(argv[2]);
     return 0;
   }
+  // The rows are single-threaded unless they say otherwise (engine_bench.cpp).
+  tarv::engine::setThreadCount(1);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();
