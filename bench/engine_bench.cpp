@@ -81,47 +81,61 @@ void BM_EdgeGraphThreads(benchmark::State& state) {
 
 // One filter of every type: point-wise ones in a chain, the neighbourhood ones on the chain, the
 // vector lengths over both, a constant as one of their sources.
-void BM_EveryFilterType(benchmark::State& state) {
-  engine::setThreadCount(1);
-  for (auto _ : state) {
-    state.PauseTiming();
-    LinearTransformationDataset linear;
-    linear.setSourceDataset(ctVolume());
+struct EveryFilterType {
+  LinearTransformationDataset linear;
+  ScaleDataset scale;
+  IntervalPlateauDataset plateau;
+  IntervalThresholdDataset threshold;
+  CastDataset cast;
+  SmoothDataset smooth;
+  GradientDataset gradient;
+  ConstantDataset constant;
+  VectorLengthDataset length;
+  DirectionFilteredVectorLengthDataset directed;
+  explicit EveryFilterType(Dataset* input) {
     linear.setParameters(0.5, 10.0);
-    ScaleDataset scale;
-    scale.setSourceDataset(&linear);
+    linear.setSourceDataset(input);
     scale.setParameters(0.0, 1000.0, false, -600.0, 800.0);
-    IntervalPlateauDataset plateau;
-    plateau.setSourceDataset(&scale);
+    scale.setSourceDataset(&linear);
     plateau.setParameters(100.0, 900.0);
-    IntervalThresholdDataset threshold;
-    threshold.setSourceDataset(&plateau);
+    plateau.setSourceDataset(&scale);
     threshold.setParameters(50.0, 950.0, 1000.0, 0.0, false, true);
-    CastDataset cast;
+    threshold.setSourceDataset(&plateau);
     cast.setParameters(TARV_ELEMENT_TYPE_SIGNED_SHORT_INT);
     cast.setSourceDataset(&threshold);
-    SmoothDataset smooth;
-    smooth.setSourceDataset(&cast);
     smooth.setParameters(3, 3, 3, 0.0);
-    GradientDataset gradient;
-    gradient.setSourceDataset(&smooth);
+    smooth.setSourceDataset(&cast);
     gradient.setParameters(3, 0, 3, false, 0.0);
-    ConstantDataset constant;
-    constant.setSourceDataset(&smooth);
+    gradient.setSourceDataset(&smooth);
     constant.setParameters(3.0);
-    VectorLengthDataset length;
+    constant.setSourceDataset(&smooth);
     length.setSourceDatasets({&gradient, &constant});
-    DirectionFilteredVectorLengthDataset directed;
     Vector direction(3);
     direction[0] = 1.0;
     directed.setParameters(false, direction, false);
     directed.setSourceDatasets({&length, &gradient, &smooth});
+  }
+};
+
+// Reads nothing: the slabs are only computed.
+class Discard : public engine::SlabConsumer {
+public:
+  bool consumeSlab(Dataset&, const DatasetBoundingBox&) override { return true; }
+};
+
+// The graph streamed (each node keeps only its slab), and each filter alone streamed the same way.
+void BM_EveryFilterType(benchmark::State& state) {
+  engine::setThreadCount(1);
+  for (auto _ : state) {
+    state.PauseTiming();
+    EveryFilterType graph(ctVolume());
+    Discard discard;
     state.ResumeTiming();
-    directed.calculateFullDataset(nullptr);
+    engine::streamDataset(&graph.directed, discard);
   }
 }
 
-// The most expensive filters of that graph alone, on a plain input.
+// The most expensive filters of that graph alone, on plain inputs.
 void BM_SmoothAlone(benchmark::State& state) {
   engine::setThreadCount(1);
   for (auto _ : state) {
@@ -129,8 +143,9 @@ void BM_SmoothAlone(benchmark::State& state) {
     SmoothDataset smooth;
     smooth.setSourceDataset(ctVolume());
     smooth.setParameters(3, 3, 3, 0.0);
+    Discard discard;
     state.ResumeTiming();
-    smooth.calculateFullDataset(nullptr);
+    engine::streamDataset(&smooth, discard);
   }
 }
 
@@ -141,8 +156,24 @@ void BM_GradientAlone(benchmark::State& state) {
     GradientDataset gradient;
     gradient.setSourceDataset(ctVolume());
     gradient.setParameters(3, 0, 3, false, 0.0);
+    Discard discard;
     state.ResumeTiming();
-    gradient.calculateFullDataset(nullptr);
+    engine::streamDataset(&gradient, discard);
+  }
+}
+
+void BM_DirectionFilteredAlone(benchmark::State& state) {
+  engine::setThreadCount(1);
+  for (auto _ : state) {
+    state.PauseTiming();
+    DirectionFilteredVectorLengthDataset directed;
+    Vector direction(3);
+    direction[0] = 1.0;
+    directed.setParameters(false, direction, false);
+    directed.setSourceDatasets({ctVolume(), ctVolume(), ctVolume()});
+    Discard discard;
+    state.ResumeTiming();
+    engine::streamDataset(&directed, discard);
   }
 }
 
@@ -153,3 +184,4 @@ BENCHMARK(tarv::BM_EdgeGraphThreads)->Arg(1)->Arg(2)->Unit(benchmark::kMilliseco
 BENCHMARK(tarv::BM_EveryFilterType)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
 BENCHMARK(tarv::BM_SmoothAlone)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
 BENCHMARK(tarv::BM_GradientAlone)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+BENCHMARK(tarv::BM_DirectionFilteredAlone)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
