@@ -8,6 +8,24 @@
 
 namespace tarv::analysis {
 
+// The range as Dataset::getMinimumValue and getMaximumValue find it: the first value, then each
+// one lower than the minimum or else higher than the maximum, in the order they come.
+struct RunningRange {
+  bool empty = true;
+  double minimum = 0.0;
+  double maximum = 0.0;
+  void add(double v) {
+    if (empty) {
+      minimum = maximum = v;
+      empty = false;
+    } else if (minimum > v) {
+      minimum = v;
+    } else if (v > maximum) {
+      maximum = v;
+    }
+  }
+};
+
 // Walks the box clipped to the dataset and hands every element, as double, to visit.
 template <typename Visit>
 void visitClippedBox(Dataset& d, const DatasetBoundingBox& box, Visit visit) {

@@ -265,21 +265,12 @@ void Dataset::updateMinimumAndMaximumValue() {
     minimumAndMaximumValueCacheStatus = true;
     return;
   }
-  bool first = true;
+  analysis::RunningRange range;
   for (DatasetCoordinatesIterator it = memory->getStartCoordinatesIterator(); it.valid;
-       memory->incrementCoordinatesIterator(it)) {
-    const double v = getElement<double>(it);
-    if (first) {
-      minimum = maximum = v;
-      first = false;
-    } else if (minimum > v) {
-      minimum = v;
-    } else if (v > maximum) {
-      maximum = v;
-    }
-  }
-  cachedMinimumValue = minimum;
-  cachedMaximumValue = maximum;
+       memory->incrementCoordinatesIterator(it))
+    range.add(getElement<double>(it));
+  cachedMinimumValue = range.minimum;
+  cachedMaximumValue = range.maximum;
   minimumAndMaximumValueCacheStatus = true;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "analysis/ElementStatistics.h"
 #include "core/Progress.h"
 #include "dataset/Dataset.h"
 #include "dataset/RawDatasetFileReadWrite.h"
@@ -83,8 +84,7 @@ private:
 class RangeOfSlabs : public SlabsInFileTerms {
 public:
   using SlabsInFileTerms::SlabsInFileTerms;
-  double minimum = 0.0;
-  double maximum = 0.0;
+  analysis::RunningRange range;
 
 protected:
   Status take(Dataset& source, const DatasetBoundingBox& fileSlab, const DatasetCoordinates& shift) override {
@@ -93,22 +93,9 @@ protected:
       for (p.z = fileSlab.start.z; p.z <= fileSlab.end.z; ++p.z)
         for (p.y = fileSlab.start.y; p.y <= fileSlab.end.y; ++p.y)
           for (p.x = fileSlab.start.x; p.x <= fileSlab.end.x; ++p.x)
-            for (p.c = fileSlab.start.c; p.c <= fileSlab.end.c; ++p.c) {
-              const double v = source.getElement<double>(p + shift);
-              if (first) {
-                minimum = maximum = v;
-                first = false;
-              } else if (minimum > v) {
-                minimum = v;
-              } else if (v > maximum) {
-                maximum = v;
-              }
-            }
+            for (p.c = fileSlab.start.c; p.c <= fileSlab.end.c; ++p.c) range.add(source.getElement<double>(p + shift));
     return okStatus();
   }
-
-private:
-  bool first = true;
 };
 
 // Streams the dataset into the consumer; the consumer's own failure, or cancelled on a stop.
@@ -180,8 +167,8 @@ Status writeDatasetFileInSlabs(Dataset* dataset, const std::string& path, const 
         RangeOfSlabs range(request.elementType, request.timeStep);
         PassProgress first(request.progress, 0.0, 0.5);
         if (Status found = stream(dataset, range, request, &first); !found.ok()) return found;
-        shape.minimum = range.minimum;
-        shape.maximum = range.maximum;
+        shape.minimum = range.range.minimum;
+        shape.maximum = range.range.maximum;
         firstShare = 0.5;
       }
       writer = openTarv1SlabWriter(file, shape);
