@@ -45,7 +45,9 @@ public:
     doParts();
     std::unique_lock lock(mutex);
     done.wait(lock, [this] { return finishedParts == partCount && joined == wanted && active == 0; });
+    // No worker may join a run that has ended: one woken late would read the next run's state.
     task = nullptr;
+    wanted = 0;
     joined = 0;
     if (failure) std::rethrow_exception(failure);
   }

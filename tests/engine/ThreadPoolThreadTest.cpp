@@ -72,3 +72,17 @@ TEST(ThreadPoolThreadTest, NestedAndConcurrentCallersFinish) {
   for (std::thread& t : callers) t.join();
   EXPECT_EQ(total.load(), 4L * 20 * (15 * 16 / 2));
 }
+
+// Runs that want fewer workers than the pool holds, one right after the other: an idle worker
+// woken late must not join a run that has ended while the next one starts.
+TEST(ThreadPoolThreadTest, IdleWorkersStayOutOfEndedRuns) {
+  runParts(64, 8, [](std::size_t) {});
+  long total = 0;
+  std::atomic<long> sum{0};
+  for (int round = 0; round < 3000; ++round) {
+    const std::size_t parts = 2 + static_cast<std::size_t>(round % 5);
+    runParts(parts, 2 + round % 3, [&](std::size_t part) { sum.fetch_add(long(part) + 1); });
+    total += long(parts * (parts + 1) / 2);
+  }
+  EXPECT_EQ(sum.load(), total);
+}
