@@ -36,6 +36,9 @@ set(TARV_DATASET_SOURCES
   status/Status.cpp
   formats/FileStatus.cpp
   formats/FormatRegistry.cpp
+  formats/NiftiFormat.cpp
+  formats/TiffStackFormat.cpp
+  formats/ContiguousElements.cpp
   formats/SlabWriters.cpp
   formats/TiffMessages.cpp
   formats/VtkMessages.cpp

@@ -98,8 +98,8 @@ OpenedDataset openDataset(const std::string& path, const InputOptions& options, 
   formats::ReadRequest request;
   request.format = chooseFileFormat(path, options.format, "--input-format");
   request.lazy = access == Access::lazy;
-  // A .tif file that is not tiled is read through VTK, unless the format was named.
-  request.tiffThroughVtkIfNotTiled = options.format.empty();
+  // A .tif file that is not a paged TIFF file is read as a TIFF stack, unless the format was named.
+  request.otherTiffAsStack = options.format.empty();
   if (request.format == FileFormat::raw) request.raw = rawLayoutFromOptions(path, options.raw);
   Result<formats::OpenedFile> file = formats::readDatasetFile(path, request);
   if (!file.ok()) throw ToolError(path, file.status().message());

@@ -13,7 +13,7 @@ using FileFormat = formats::FileFormat;
 
 // From the file name's extension (any case); empty when unknown.
 std::optional<FileFormat> fileFormatFromExtension(const std::string& path);
-// The display name: TARV1, paged TIFF, TIFF (VTK), raw, PNG, JPEG, VTK image data.
+// The display name: TARV1, paged TIFF, TIFF stack, NIfTI, ...
 const char* fileFormatDisplayName(FileFormat format);
 
 // The format named by option (when not empty), else by the file's extension. Throws ToolError

@@ -41,6 +41,15 @@ void printInfo(const std::string& path, const InfoOptions& options) {
   out << "  element type  " << elementTypeName(dataset->getElementType()) << "\n";
   out << "  spacing       " << coordinatesText(embedding.getVoxelSpacing()) << "\n";
   out << "  origin        " << coordinatesText(embedding.getDatasetOrigin()) << "\n";
+  const TransformationMatrix orientation = embedding.getOrientation();
+  out << "  direction    ";
+  for (int axis = 0; axis < 3; ++axis)
+    out << (axis == 0 ? " " : " / ") << formatDisplayNumber(orientation(0, axis)) << ", "
+        << formatDisplayNumber(orientation(1, axis)) << ", " << formatDisplayNumber(orientation(2, axis));
+  out << "  (LPS world directions of the voxel axes x / y / z)\n";
+  if (const ModalityLUT& lut = dataset->getModalityLUT(); lut.isValid())
+    out << "  rescale       slope " << formatDisplayNumber(lut.getSlope()) << ", intercept "
+        << formatDisplayNumber(lut.getIntercept()) << "\n";
   if (!options.noRange) {
     const double minimum = dataset->getMinimumValue();
     const double maximum = dataset->getMaximumValue();

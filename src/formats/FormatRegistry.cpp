@@ -19,14 +19,16 @@
 #include "dataset/VTIDatasetFileReadWrite.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/FileStatus.h"
+#include "formats/NiftiFormat.h"
 #include "formats/TiffMessages.h"
+#include "formats/TiffStackFormat.h"
 
 namespace tarv::formats {
 
 namespace {
 
 // clang-format off
-constexpr std::array<FormatDescription, 7> kFormats = {{
+constexpr std::array<FormatDescription, 10> kFormats = {{
     // format,              name,       aliases,                display name,     extensions,   lazy,  time,  comp., plane, holds
     {FileFormat::tarv1,     "tarv1",    "tarv",                 "TARV1",          ".tarv",      true,  true,  1,     false,
      "TARV1: x, y, z, t; 16-bit quantised values, read back as float"},
@@ -42,6 +44,12 @@ constexpr std::array<FormatDescription, 7> kFormats = {{
      "one plane of uint8"},
     {FileFormat::vti,       "vti",      "",                     "VTK image data", ".vti",       false, false, 1,     false,
      "VTK XML image data: x, y, z with spacing and origin"},
+    {FileFormat::nifti,     "nifti",    "nii",                  "NIfTI",          ".nii",       false, true,  0,     false,
+     "NIfTI-1/-2: x, y, z, t, components; orientation, scl_slope/scl_inter"},
+    {FileFormat::niftiGz,   "nifti-gz", "nii.gz",               "NIfTI (gzip)",   ".nii.gz",    false, true,  0,     false,
+     "NIfTI-1/-2, gzip-compressed"},
+    {FileFormat::tiffStack, "tiff-stack", "tif-stack",          "TIFF stack",     "",           false, false, 4,     false,
+     "TIFF pages as z slices (strips or tiles, any codec of libtiff): 8..64-bit samples; no geometry"},
 }};
 // clang-format on
 
@@ -142,12 +150,32 @@ Result<OpenedFile> readWithVtk(const std::string& path, FileFormat format) {
   return opened;
 }
 
+Result<OpenedFile> readStack(const std::string& path) {
+  Result<DatasetHandle> handle = readTiffStack(path);
+  if (!handle.ok()) return handle.status();
+  OpenedFile opened;
+  opened.format = FileFormat::tiffStack;
+  opened.handle = *handle;
+  return opened;
+}
+
+Result<OpenedFile> readNifti(const std::string& path, FileFormat format) {
+  Result<DatasetHandle> handle = readNiftiFile(path);
+  if (!handle.ok()) return handle.status();
+  OpenedFile opened;
+  opened.format = format;
+  opened.handle = *handle;
+  return opened;
+}
+
 Result<OpenedFile> readPagedTiff(const std::string& path, const ReadRequest& request) {
   Result<TiffFileHeader> header = readPagedTiffHeader(path);
-  if (!header.ok()) {
-    // A TIFF file of another layout, as other programs write them.
-    if (header.status().code() == StatusCode::unsupported && request.tiffThroughVtkIfNotTiled)
-      return readWithVtk(path, FileFormat::vtkTiff);
+  // A paged TIFF file is one page; files of several pages are stacks, as other programs write them.
+  const int pages = header.ok() ? countTiffPages(path) : 0;
+  if (!header.ok() || pages > 1) {
+    const bool otherLayout = header.ok() || header.status().code() == StatusCode::unsupported;
+    if (otherLayout && request.otherTiffAsStack) return readStack(path);
+    if (header.ok()) return unsupportedError("not a paged TIFF file: it has " + std::to_string(pages) + " pages");
     return header.status();
   }
   if (header->getElementType() == TARV_ELEMENT_TYPE_NO_TYPE)
@@ -206,12 +234,17 @@ std::optional<FileFormat> formatFromName(const std::string& name) {
 }
 
 std::optional<FileFormat> formatFromExtension(const std::string& path) {
-  const std::string extension = lowerCase(std::filesystem::path(path).extension().string());
-  if (extension.empty()) return std::nullopt;
+  const std::string name = lowerCase(std::filesystem::path(path).filename().string());
+  std::optional<FileFormat> found;
+  std::size_t foundLength = 0;
   for (const FormatDescription& description : kFormats)
     for (const std::string& known : words(description.extensions))
-      if (extension == known) return description.format;
-  return std::nullopt;
+      if (name.size() > known.size() && known.size() > foundLength &&
+          name.compare(name.size() - known.size(), known.size(), known) == 0) {
+        found = description.format;
+        foundLength = known.size();
+      }
+  return found;
 }
 
 std::string formatNameList() {
@@ -259,6 +292,9 @@ bool formatHoldsElementType(FileFormat format, TARVElementType type) {
     case FileFormat::vti:
       return isStorableElementType(type) && type != TARV_ELEMENT_TYPE_SIGNED_LONG_INT &&
              type != TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT && type != TARV_ELEMENT_TYPE_LONG_DOUBLE;
+    case FileFormat::nifti:
+    case FileFormat::niftiGz: return niftiHoldsElementType(type);
+    case FileFormat::tiffStack: return tiffStackHoldsElementType(type);
   }
   return false;
 }
@@ -315,6 +351,9 @@ Result<OpenedFile> readDatasetFile(const std::string& path, const ReadRequest& r
     case FileFormat::png:
     case FileFormat::jpeg:
     case FileFormat::vti: opened = readWithVtk(path, request.format); break;
+    case FileFormat::nifti:
+    case FileFormat::niftiGz: opened = readNifti(path, request.format); break;
+    case FileFormat::tiffStack: opened = readStack(path); break;
   }
   if (!opened.ok()) return opened;
   if (Status size = checkElementCount(GetRawPtr(opened->handle)->getSize()); !size.ok()) return size;
@@ -354,6 +393,9 @@ Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat fo
       writer->setFileName(path);
       return writeVtkFile(*writer, dataset, 0);
     }
+    case FileFormat::nifti:
+    case FileFormat::niftiGz: return writeNiftiFile(dataset, path, format == FileFormat::niftiGz);
+    case FileFormat::tiffStack: return writeTiffStack(dataset, path);
   }
   return invalidArgumentError("unknown format");
 }

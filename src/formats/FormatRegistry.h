@@ -18,7 +18,7 @@
 
 namespace tarv::formats {
 
-enum class FileFormat { tarv1, pagedTiff, vtkTiff, raw, png, jpeg, vti };
+enum class FileFormat { tarv1, pagedTiff, vtkTiff, raw, png, jpeg, vti, nifti, niftiGz, tiffStack };
 
 struct FormatDescription {
   FileFormat format;
@@ -42,7 +42,8 @@ std::span<const FormatDescription> formatTable();
 const FormatDescription& describeFormat(FileFormat format);
 // From a name of the table, any case; empty when unknown.
 std::optional<FileFormat> formatFromName(const std::string& name);
-// From the file name's extension, any case; empty when unknown.
+// From the file name's extension (the longest that matches: .nii.gz before .gz), any case; empty
+// when unknown.
 std::optional<FileFormat> formatFromExtension(const std::string& path);
 // "tarv1, tiff, vtk-tiff, raw, png, jpeg, vti" and ".tarv, .tif, .tiff, .raw, .png, .jpg, .jpeg, .vti".
 std::string formatNameList();
@@ -79,15 +80,16 @@ struct ReadRequest {
   FileFormat format = FileFormat::raw;
   // A file-backed dataset read block by block where the format allows it, else one in memory.
   bool lazy = true;
-  // A paged TIFF request takes a TIFF file that is not tiled through VTK instead.
-  bool tiffThroughVtkIfNotTiled = true;
+  // A paged TIFF request takes a TIFF file of another layout (strips, several pages) as a TIFF
+  // stack instead.
+  bool otherTiffAsStack = true;
   // Raw files only.
   RawLayout raw;
 };
 
 struct OpenedFile {
   DatasetHandle handle;
-  // The format it was read as (a TIFF file that is not tiled: vtkTiff).
+  // The format it was read as (a TIFF file that is not a paged TIFF file: tiffStack).
   FileFormat format = FileFormat::raw;
   bool lazy = false;
 };

@@ -23,9 +23,13 @@ TEST(FormatRegistry, NamesAndExtensionsChooseFormats) {
   EXPECT_EQ(formats::formatFromExtension("a.jpeg"), FileFormat::jpeg);
   EXPECT_EQ(formats::formatFromExtension("a"), std::nullopt);
   EXPECT_EQ(formats::formatFromExtension("a.xyz"), std::nullopt);
-  EXPECT_EQ(formats::formatNameList(), "tarv1, tiff, vtk-tiff, raw, png, jpeg, vti");
-  EXPECT_EQ(formats::formatExtensionList(), ".tarv, .tif, .tiff, .raw, .png, .jpg, .jpeg, .vti");
-  EXPECT_EQ(formats::formatTable().size(), 7u);
+  EXPECT_EQ(formats::formatFromExtension("ct.nii"), FileFormat::nifti);
+  EXPECT_EQ(formats::formatFromExtension("dir.nii/ct.NII.GZ"), FileFormat::niftiGz);
+  EXPECT_EQ(formats::formatFromExtension("ct.gz"), std::nullopt);
+  EXPECT_EQ(formats::formatFromExtension(".nii"), std::nullopt);
+  EXPECT_EQ(formats::formatNameList(), "tarv1, tiff, vtk-tiff, raw, png, jpeg, vti, nifti, nifti-gz, tiff-stack");
+  EXPECT_EQ(formats::formatExtensionList(), ".tarv, .tif, .tiff, .raw, .png, .jpg, .jpeg, .vti, .nii, .nii.gz");
+  EXPECT_EQ(formats::formatTable().size(), 10u);
   EXPECT_STREQ(formats::describeFormat(FileFormat::vti).displayName, "VTK image data");
 }
 
@@ -33,7 +37,7 @@ TEST(FormatRegistry, HelpTableHasOneAlignedLinePerFormat) {
   const std::string table = formats::formatHelpTable();
   EXPECT_NE(table.find("  tarv1     .tarv        TARV1: "), std::string::npos) << table;
   EXPECT_NE(table.find("  vtk-tiff               TIFF through VTK"), std::string::npos) << table;
-  EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 7);
+  EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 10);
 }
 
 TEST(FormatRegistry, ElementTypesAndShapes) {

@@ -1,0 +1,298 @@
+#include "formats/TiffStackFormat.h"
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+#include <vector>
+
+#include "dataset/Dataset.h"
+#include "elementtypes/ElementTypeNames.h"
+#include "formats/ContiguousElements.h"
+#include "formats/FileStatus.h"
+#include "formats/TiffMessages.h"
+
+namespace tarv::formats {
+
+namespace {
+
+struct PageLayout {
+  std::uint32_t width = 0;
+  std::uint32_t length = 0;
+  std::uint16_t samples = 1;
+  std::uint16_t bits = 0;
+  std::uint16_t planar = PLANARCONFIG_CONTIG;
+  TARVElementType type = TARV_ELEMENT_TYPE_NO_TYPE;
+  bool tiled = false;
+
+  bool sameShapeAs(const PageLayout& other) const {
+    return width == other.width && length == other.length && samples == other.samples && type == other.type;
+  }
+};
+
+// The element type of samples of a TIFF sample format and width; NO_TYPE for none.
+TARVElementType elementTypeOfSamples(std::uint16_t format, std::uint16_t bits) {
+  if (format == SAMPLEFORMAT_VOID) format = SAMPLEFORMAT_UINT;
+  TARVElementType type = TARV_ELEMENT_TYPE_NO_TYPE;
+  ElementTypeTable::forEach([&]<typename Row>() {
+    using T = typename Row::type;
+    if constexpr (!std::is_same_v<T, bool> && !std::is_same_v<T, long double>) {
+      const std::uint16_t rowFormat = std::is_floating_point_v<T> ? SAMPLEFORMAT_IEEEFP
+                                      : std::is_signed_v<T>       ? SAMPLEFORMAT_INT
+                                                                  : SAMPLEFORMAT_UINT;
+      if (rowFormat == format && 8 * sizeof(T) == bits) type = Row::id;
+    }
+  });
+  return type;
+}
+
+std::string samplesText(std::uint16_t format, std::uint16_t bits) {
+  const char* kind = format == SAMPLEFORMAT_IEEEFP ? "float"
+                     : format == SAMPLEFORMAT_INT  ? "signed integer"
+                     : format == SAMPLEFORMAT_UINT || format == SAMPLEFORMAT_VOID
+                         ? "unsigned integer"
+                         : "complex or unknown";
+  return std::to_string(bits) + "-bit " + kind + " samples";
+}
+
+Result<PageLayout> readPageLayout(TIFF* tiff, int page) {
+  const std::string where = "page " + std::to_string(page) + ": ";
+  PageLayout layout;
+  if (TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &layout.width) != 1 || TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &layout.length) != 1)
+    return corruptError(where + "no image width or length");
+  if (layout.width < 1 || layout.length < 1 || layout.width > INT_MAX || layout.length > INT_MAX)
+    return corruptError(where + "an image of " + std::to_string(layout.width) + " x " + std::to_string(layout.length));
+  std::uint32_t depth = 1;
+  if (TIFFGetField(tiff, TIFFTAG_IMAGEDEPTH, &depth) == 1 && depth > 1)
+    return unsupportedError(where + "3-D (deep) images of " + std::to_string(depth) + " slices in one page");
+  std::uint16_t format = SAMPLEFORMAT_UINT;
+  std::uint16_t photometric = PHOTOMETRIC_MINISBLACK;
+  std::uint16_t orientation = ORIENTATION_TOPLEFT;
+  std::uint16_t compression = COMPRESSION_NONE;
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &layout.samples);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &layout.bits);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &format);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &layout.planar);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &orientation);
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &compression);
+  TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &photometric);
+  if (!TIFFIsCODECConfigured(compression))
+    return unsupportedError(where + "compression " + std::to_string(compression) + ", which libtiff cannot decode here");
+  if (photometric == PHOTOMETRIC_PALETTE) return unsupportedError(where + "palette colours");
+  if (photometric == PHOTOMETRIC_YCBCR) {
+    // JPEG-compressed YCbCr is decoded to RGB by libtiff; other YCbCr is subsampled.
+    if (compression != COMPRESSION_JPEG) return unsupportedError(where + "YCbCr colours");
+    TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+  } else if (photometric != PHOTOMETRIC_MINISBLACK && photometric != PHOTOMETRIC_MINISWHITE &&
+             photometric != PHOTOMETRIC_RGB && photometric != PHOTOMETRIC_SEPARATED) {
+    return unsupportedError(where + "photometric interpretation " + std::to_string(photometric));
+  }
+  if (orientation != ORIENTATION_TOPLEFT)
+    return unsupportedError(where + "orientation " + std::to_string(orientation) + " (rows not stored top to bottom)");
+  if (layout.samples < 1 || layout.samples > 4)
+    return unsupportedError(where + std::to_string(layout.samples) + " samples per pixel (at most 4)");
+  if (layout.planar != PLANARCONFIG_CONTIG && layout.planar != PLANARCONFIG_SEPARATE)
+    return corruptError(where + "planar configuration " + std::to_string(layout.planar));
+  layout.type = elementTypeOfSamples(format, layout.bits);
+  if (layout.type == TARV_ELEMENT_TYPE_NO_TYPE) return unsupportedError(where + samplesText(format, layout.bits));
+  layout.tiled = TIFFIsTiled(tiff) != 0;
+  return layout;
+}
+
+// Copies rows of one plane (or of all samples, contiguous) into the page, samples fastest.
+// source holds `rows` rows of `columns` pixels of `step` samples each, `sourceRowBytes` apart.
+void placeRows(unsigned char* page, const PageLayout& layout, int sampleBytes, int plane, std::uint32_t x0,
+               std::uint32_t y0, std::uint32_t columns, std::uint32_t rows, const unsigned char* source,
+               std::size_t sourceRowBytes) {
+  const std::size_t pixelBytes = static_cast<std::size_t>(layout.samples) * sampleBytes;
+  const std::size_t pageRowBytes = static_cast<std::size_t>(layout.width) * pixelBytes;
+  const bool contiguous = layout.planar == PLANARCONFIG_CONTIG || layout.samples == 1;
+  for (std::uint32_t row = 0; row < rows; ++row) {
+    unsigned char* target = page + (y0 + row) * pageRowBytes + x0 * pixelBytes;
+    const unsigned char* from = source + row * sourceRowBytes;
+    if (contiguous) {
+      std::memcpy(target, from, columns * pixelBytes);
+      continue;
+    }
+    for (std::uint32_t column = 0; column < columns; ++column)
+      std::memcpy(target + column * pixelBytes + plane * sampleBytes, from + column * sampleBytes, sampleBytes);
+  }
+}
+
+Status readStrips(TIFF* tiff, const PageLayout& layout, int sampleBytes, unsigned char* page, const TiffErrors& errors,
+                  const std::string& where) {
+  std::uint32_t rowsPerStrip = layout.length;
+  TIFFGetFieldDefaulted(tiff, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
+  rowsPerStrip = std::clamp<std::uint32_t>(rowsPerStrip, 1, layout.length);
+  const int planes = layout.planar == PLANARCONFIG_SEPARATE ? layout.samples : 1;
+  const std::size_t rowBytes =
+      static_cast<std::size_t>(layout.width) * sampleBytes * (planes == 1 ? layout.samples : 1);
+  const std::uint32_t stripsPerPlane = (layout.length + rowsPerStrip - 1) / rowsPerStrip;
+  if (static_cast<std::uint64_t>(stripsPerPlane) * planes > TIFFNumberOfStrips(tiff))
+    return corruptError(where + "fewer strips than its rows need");
+  std::vector<unsigned char> strip(rowBytes * rowsPerStrip);
+  for (int plane = 0; plane < planes; ++plane)
+    for (std::uint32_t s = 0; s < stripsPerPlane; ++s) {
+      const std::uint32_t y0 = s * rowsPerStrip;
+      const std::uint32_t rows = std::min(rowsPerStrip, layout.length - y0);
+      const tmsize_t want = static_cast<tmsize_t>(rows * rowBytes);
+      const tmsize_t got = TIFFReadEncodedStrip(tiff, plane * stripsPerPlane + s, strip.data(), want);
+      if (got < want)
+        return corruptError(where + "strip " + std::to_string(plane * stripsPerPlane + s) + " cannot be read" +
+                            errors.suffix());
+      placeRows(page, layout, sampleBytes, plane, 0, y0, layout.width, rows, strip.data(), rowBytes);
+    }
+  return okStatus();
+}
+
+Status readTiles(TIFF* tiff, const PageLayout& layout, int sampleBytes, unsigned char* page, const TiffErrors& errors,
+                 const std::string& where) {
+  std::uint32_t tileWidth = 0;
+  std::uint32_t tileLength = 0;
+  TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &tileWidth);
+  TIFFGetField(tiff, TIFFTAG_TILELENGTH, &tileLength);
+  if (tileWidth < 1 || tileLength < 1) return corruptError(where + "tiles without a width or length");
+  const tmsize_t tileBytes = TIFFTileSize(tiff);
+  const int planes = layout.planar == PLANARCONFIG_SEPARATE ? layout.samples : 1;
+  const std::size_t tileRowBytes = static_cast<std::size_t>(tileWidth) * sampleBytes * (planes == 1 ? layout.samples : 1);
+  if (tileBytes <= 0 || static_cast<std::uint64_t>(tileBytes) < tileRowBytes * tileLength)
+    return corruptError(where + "a tile size that does not fit its tiles" + errors.suffix());
+  std::vector<unsigned char> tile(static_cast<std::size_t>(tileBytes));
+  for (int plane = 0; plane < planes; ++plane)
+    for (std::uint32_t y0 = 0; y0 < layout.length; y0 += tileLength)
+      for (std::uint32_t x0 = 0; x0 < layout.width; x0 += tileWidth) {
+        const std::uint32_t index = TIFFComputeTile(tiff, x0, y0, 0, static_cast<std::uint16_t>(plane));
+        if (TIFFReadEncodedTile(tiff, index, tile.data(), tileBytes) < 0)
+          return corruptError(where + "tile " + std::to_string(index) + " cannot be read" + errors.suffix());
+        placeRows(page, layout, sampleBytes, plane, x0, y0, std::min(tileWidth, layout.width - x0),
+                  std::min(tileLength, layout.length - y0), tile.data(), tileRowBytes);
+      }
+  return okStatus();
+}
+
+// The directories of full-resolution pages.
+std::vector<tdir_t> fullResolutionPages(TIFF* tiff) {
+  std::vector<tdir_t> pages;
+  if (!TIFFSetDirectory(tiff, 0)) return pages;
+  do {
+    std::uint32_t subfileType = 0;
+    if (TIFFGetField(tiff, TIFFTAG_SUBFILETYPE, &subfileType) != 1 || (subfileType & FILETYPE_REDUCEDIMAGE) == 0)
+      pages.push_back(TIFFCurrentDirectory(tiff));
+  } while (TIFFReadDirectory(tiff));
+  return pages;
+}
+
+// The TIFF sample format of elements of the type; 0 for none.
+std::uint16_t sampleFormatOf(TARVElementType type) {
+  std::uint16_t format = 0;
+  dispatchElementType(type, [&]<typename T>() {
+    if constexpr (!std::is_same_v<T, bool> && !std::is_same_v<T, long double>)
+      format = std::is_floating_point_v<T> ? SAMPLEFORMAT_IEEEFP : std::is_signed_v<T> ? SAMPLEFORMAT_INT : SAMPLEFORMAT_UINT;
+  });
+  return format;
+}
+
+}  // namespace
+
+bool tiffStackHoldsElementType(TARVElementType type) { return sampleFormatOf(type) != 0; }
+
+Status writeTiffStack(Dataset* dataset, const std::string& path) {
+  if (dataset == nullptr || !dataset->hasData()) return invalidArgumentError("no data to write");
+  const std::uint16_t format = sampleFormatOf(dataset->getElementType());
+  if (format == 0) return unsupportedError("a TIFF stack cannot hold " + std::string(elementTypeName(dataset->getElementType())) + " elements");
+  const DatasetCoordinates size = dataset->getSize();
+  if (size.c > 4) return unsupportedError("a TIFF stack holds at most 4 components; the data has " + std::to_string(size.c));
+  DatasetHandle holder;
+  const unsigned char* block = contiguousElements(dataset, holder);
+  if (block == nullptr) return ioError("not enough memory to write it");
+  const int sampleBytes = static_cast<int>(dataset->getElementByteSize());
+  const std::size_t rowBytes = static_cast<std::size_t>(size.x) * size.c * sampleBytes;
+  const std::size_t pageBytes = rowBytes * size.y;
+  const bool big = pageBytes * size.z >= (std::size_t{1} << 31);
+  TiffErrors errors;
+  TiffHandle tiff = openTiffFileCollectingErrors(path, big ? "w8" : "w", errors);
+  if (!tiff) return openForWritingFailure(path);
+  const std::uint32_t rowsPerStrip = static_cast<std::uint32_t>(std::clamp<std::size_t>((1u << 16) / std::max<std::size_t>(rowBytes, 1), 1, size.y));
+  for (int z = 0; z < size.z; ++z) {
+    TIFF* t = tiff.get();
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(size.x));
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(size.y));
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, static_cast<std::uint16_t>(size.c));
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, static_cast<std::uint16_t>(8 * sampleBytes));
+    TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, format);
+    TIFFSetField(t, TIFFTAG_PLANARCONFIG, static_cast<std::uint16_t>(PLANARCONFIG_CONTIG));
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, static_cast<std::uint16_t>(size.c >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK));
+    if (size.c == 2 || size.c == 4) {
+      const std::uint16_t extra[1] = {EXTRASAMPLE_UNSPECIFIED};
+      TIFFSetField(t, TIFFTAG_EXTRASAMPLES, static_cast<std::uint16_t>(1), extra);
+    }
+    TIFFSetField(t, TIFFTAG_COMPRESSION, static_cast<std::uint16_t>(COMPRESSION_ADOBE_DEFLATE));
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, rowsPerStrip);
+    if (size.z > 1 && size.z <= 65535) {
+      TIFFSetField(t, TIFFTAG_SUBFILETYPE, static_cast<std::uint32_t>(FILETYPE_PAGE));
+      TIFFSetField(t, TIFFTAG_PAGENUMBER, static_cast<std::uint16_t>(z), static_cast<std::uint16_t>(size.z));
+    }
+    const unsigned char* page = block + static_cast<std::size_t>(z) * pageBytes;
+    for (std::uint32_t y0 = 0, strip = 0; y0 < static_cast<std::uint32_t>(size.y); y0 += rowsPerStrip, ++strip) {
+      const std::uint32_t rows = std::min<std::uint32_t>(rowsPerStrip, size.y - y0);
+      if (TIFFWriteEncodedStrip(t, strip, const_cast<unsigned char*>(page + y0 * rowBytes), static_cast<tmsize_t>(rows * rowBytes)) < 0)
+        return ioError("cannot write " + path + errors.suffix());
+    }
+    if (!TIFFWriteDirectory(t)) return ioError("cannot write " + path + errors.suffix());
+  }
+  TIFF* t = tiff.release();
+  TIFFClose(t);
+  if (errors.count > 0) return ioError("cannot write " + path + errors.suffix());
+  return okStatus();
+}
+
+int countTiffPages(const std::string& path) {
+  TiffErrors errors;
+  TiffHandle tiff = openTiffFileCollectingErrors(path, "r", errors);
+  if (!tiff) return 0;
+  return static_cast<int>(std::min<std::size_t>(fullResolutionPages(tiff.get()).size(), INT_MAX));
+}
+
+Result<DatasetHandle> readTiffStack(const std::string& path) {
+  if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
+  TiffErrors errors;
+  TiffHandle tiff = openTiffFileCollectingErrors(path, "r", errors);
+  if (!tiff) return corruptError("not a readable TIFF file" + errors.suffix());
+  const std::vector<tdir_t> pages = fullResolutionPages(tiff.get());
+  if (pages.empty()) return corruptError("a TIFF file without a readable page" + errors.suffix());
+  if (!TIFFSetDirectory(tiff.get(), pages.front())) return corruptError("page 0 cannot be read" + errors.suffix());
+  Result<PageLayout> first = readPageLayout(tiff.get(), 0);
+  if (!first.ok()) return first.status();
+  const std::int64_t elements =
+      static_cast<std::int64_t>(first->width) * first->length * first->samples * static_cast<std::int64_t>(pages.size());
+  if (elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
+
+  auto* dataset = new Dataset(true);
+  DatasetHandle handle(dataset);
+  dataset->newDataset(DatasetCoordinates(static_cast<int>(first->width), static_cast<int>(first->length),
+                                         static_cast<int>(pages.size()), 1, first->samples),
+                      first->type, DatasetWorldEmbedding());
+  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return ioError("not enough memory to read it");
+  const int sampleBytes = static_cast<int>(dataset->getElementByteSize());
+  const std::size_t pageBytes = static_cast<std::size_t>(first->width) * first->length * first->samples * sampleBytes;
+  auto* block = static_cast<unsigned char*>(dataset->getPlainElements());
+  for (std::size_t z = 0; z < pages.size(); ++z) {
+    const std::string where = "page " + std::to_string(z) + ": ";
+    if (!TIFFSetDirectory(tiff.get(), pages[z])) return corruptError(where + "cannot be read" + errors.suffix());
+    Result<PageLayout> layout = readPageLayout(tiff.get(), static_cast<int>(z));
+    if (!layout.ok()) return layout.status();
+    if (!layout->sameShapeAs(*first))
+      return unsupportedError(where + std::to_string(layout->width) + " x " + std::to_string(layout->length) +
+                              " pixels of " + std::to_string(layout->samples) + " samples of another type or size than page 0");
+    unsigned char* page = block + z * pageBytes;
+    const Status read = layout->tiled ? readTiles(tiff.get(), *layout, sampleBytes, page, errors, where)
+                                      : readStrips(tiff.get(), *layout, sampleBytes, page, errors, where);
+    if (!read.ok()) return read;
+  }
+  return handle;
+}
+
+}  // namespace tarv::formats

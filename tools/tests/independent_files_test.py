@@ -1,0 +1,137 @@
+"""Files written by other software, read by tarv, and files tarv writes, read by other software.
+
+Producers and readers are Debian's Python packages (nibabel, numpy); every comparison is voxel by
+voxel and geometry by geometry. Run with pytest; TARV_TOOL names the tool.
+"""
+import os
+import subprocess
+
+import nibabel as nib
+import numpy as np
+import pytest
+
+TARV = os.environ.get("TARV_TOOL", "tarv")
+
+
+def tarv(*args, ok=True):
+    result = subprocess.run([TARV, "--no-progress", *map(str, args)], capture_output=True, text=True)
+    if ok:
+        assert result.returncode == 0, result.stderr
+    return result
+
+
+def info(path):
+    fields = {}
+    for line in tarv("info", path).stdout.splitlines()[1:]:
+        key, _, value = line.strip().partition("  ")
+        fields[key.strip()] = value.strip()
+    return fields
+
+
+def raw_voxels(path, dtype, shape):
+    """A raw file tarv wrote: x fastest, then y, z, t; components fastest of all."""
+    return np.fromfile(path, dtype=dtype).reshape(shape)
+
+
+def oblique_affine():
+    angle = np.deg2rad(20.0)
+    rotation = np.array([[np.cos(angle), -np.sin(angle), 0.0],
+                         [np.sin(angle) * 0.9, np.cos(angle) * 0.9, -0.43588989],
+                         [np.sin(angle) * 0.43588989, np.cos(angle) * 0.43588989, 0.9]])
+    affine = np.eye(4)
+    affine[:3, :3] = rotation @ np.diag([0.8, 0.7, 2.5])
+    affine[:3, 3] = [-91.5, 120.25, -33.0]
+    return affine
+
+
+def ct_like(shape, seed=3):
+    random = np.random.default_rng(seed)
+    return random.integers(-1024, 2000, size=shape).astype(np.int16)
+
+
+@pytest.mark.parametrize("name", ["ct.nii", "ct.nii.gz"])
+def test_nibabel_oblique_ct_with_rescale_reads_exactly(tmp_path, name):
+    data = ct_like((7, 6, 5))
+    image = nib.Nifti1Image(data, oblique_affine())
+    image.header.set_slope_inter(2.0, -1024.0)
+    image.set_qform(oblique_affine(), code=1)
+    image.set_sform(oblique_affine(), code=1)
+    nib.save(image, tmp_path / name)
+
+    fields = info(tmp_path / name)
+    assert fields["size"] == "7 x 6 x 5"
+    assert fields["element type"] == "int16"
+    assert fields["rescale"] == "slope 2, intercept -1024"
+    # LPS: x and y of the RAS affine change sign.
+    origin = [float(v) for v in fields["origin"].split(" (")[0].split(",")]
+    assert np.allclose(origin, [91.5, -120.25, -33.0], atol=1e-4)
+    spacing = [float(v) for v in fields["spacing"].split(" (")[0].split(",")]
+    assert np.allclose(spacing, [0.8, 0.7, 2.5], atol=1e-5)
+
+    tarv("convert", tmp_path / name, tmp_path / "out.raw")
+    stored = raw_voxels(tmp_path / "out.raw", np.int16, (5, 6, 7))
+    assert np.array_equal(stored, np.asarray(nib.load(tmp_path / name).dataobj.get_unscaled()).T)
+
+
+def test_nifti_round_trip_keeps_affine_and_physical_values(tmp_path):
+    data = ct_like((9, 8, 6), seed=5)
+    image = nib.Nifti1Image(data, oblique_affine())
+    image.header.set_slope_inter(0.5, -100.0)
+    nib.save(image, tmp_path / "in.nii")
+    tarv("convert", tmp_path / "in.nii", tmp_path / "out.nii.gz")
+    before = nib.load(tmp_path / "in.nii")
+    after = nib.load(tmp_path / "out.nii.gz")
+    assert np.allclose(after.affine, before.affine, atol=1e-4)
+    assert np.allclose(after.header.get_qform(), before.affine, atol=1e-4)
+    assert after.get_data_dtype() == np.int16
+    assert np.array_equal(after.get_fdata(), before.get_fdata())
+
+
+def test_four_and_five_dimensions(tmp_path):
+    random = np.random.default_rng(11)
+    series = random.standard_normal((4, 3, 2, 5)).astype(np.float32)
+    image = nib.Nifti1Image(series, np.diag([1.5, 1.5, 3.0, 1.0]))
+    image.header.set_xyzt_units("mm", "sec")
+    image.header["pixdim"][4] = 2.0
+    nib.save(image, tmp_path / "series.nii")
+    fields = info(tmp_path / "series.nii")
+    assert fields["time steps"] == "5"
+    assert fields["spacing"].endswith("(t 2)")
+    tarv("convert", tmp_path / "series.nii", tmp_path / "series.raw")
+    assert np.array_equal(raw_voxels(tmp_path / "series.raw", np.float32, (5, 2, 3, 4)), series.T)
+
+    vectors = random.standard_normal((4, 3, 2, 1, 3)).astype(np.float64)
+    image = nib.Nifti1Image(vectors, np.eye(4))
+    image.header.set_intent("vector")
+    nib.save(image, tmp_path / "vectors.nii.gz")
+    assert info(tmp_path / "vectors.nii.gz")["components"] == "3"
+    tarv("convert", tmp_path / "vectors.nii.gz", tmp_path / "vectors.raw")
+    stored = raw_voxels(tmp_path / "vectors.raw", np.float64, (2, 3, 4, 3))
+    assert np.array_equal(stored, vectors[:, :, :, 0, :].transpose(2, 1, 0, 3))
+    tarv("convert", tmp_path / "vectors.nii.gz", tmp_path / "again.nii")
+    assert np.array_equal(nib.load(tmp_path / "again.nii").get_fdata(), vectors)
+
+
+def test_big_endian_and_unsigned_types(tmp_path):
+    for dtype in [">i2", ">u2", ">f8", "u1", "i1", "<u4", "<i8"]:
+        data = (np.arange(60).reshape(5, 4, 3) * 3 - (0 if dtype[-2] in "u" else 40)).astype(dtype)
+        header = nib.Nifti1Header(endianness=dtype[0] if dtype[0] in "<>" else "<")
+        image = nib.Nifti1Image(data, np.eye(4), header=header)
+        image.set_data_dtype(data.dtype)
+        nib.save(image, tmp_path / "typed.nii")
+        tarv("convert", tmp_path / "typed.nii", tmp_path / "typed.raw")
+        native = data.dtype.newbyteorder("=")
+        assert np.array_equal(raw_voxels(tmp_path / "typed.raw", native, (3, 4, 5)), data.T), dtype
+
+
+def test_refusals_name_what_is_unsupported(tmp_path):
+    image = nib.Nifti1Image(np.zeros((3, 3, 3), np.complex64), np.eye(4))
+    nib.save(image, tmp_path / "complex.nii")
+    result = tarv("convert", tmp_path / "complex.nii", tmp_path / "out.raw", ok=False)
+    assert result.returncode == 1
+    assert "complex samples" in result.stderr
+    assert not (tmp_path / "out.raw").exists()
+    (tmp_path / "short.nii").write_bytes((tmp_path / "complex.nii").read_bytes()[:300])
+    result = tarv("info", tmp_path / "short.nii", ok=False)
+    assert result.returncode == 1
+    assert "not a NIfTI file" in result.stderr
