@@ -31,6 +31,8 @@ TiffHandle openTiffFileCollectingErrors(const std::string& path, const char* mod
   if (options == nullptr) return TiffHandle();
   TIFFOpenOptionsSetErrorHandlerExtR(options, collectError, &errors);
   TIFFOpenOptionsSetWarningHandlerExtR(options, dropWarning, nullptr);
+  // No single allocation of libtiff beyond what any real page needs, whatever a header claims.
+  TIFFOpenOptionsSetMaxSingleMemAlloc(options, tmsize_t{1} << 30);
   TiffHandle handle(TIFFOpenExt(path.c_str(), mode, options));
   TIFFOpenOptionsFree(options);
   return handle;

@@ -263,6 +263,10 @@ Result<DatasetHandle> readTiffStack(const std::string& path) {
   if (!tiff) return corruptError("not a readable TIFF file" + errors.suffix());
   const std::vector<tdir_t> pages = fullResolutionPages(tiff.get());
   if (pages.empty()) return corruptError("a TIFF file without a readable page" + errors.suffix());
+  // A directory that could not be read ends the chain early: pages would be missing.
+  if (errors.count > 0)
+    return corruptError("the directory after page " + std::to_string(pages.size() - 1) + " cannot be read" +
+                        errors.suffix());
   if (!TIFFSetDirectory(tiff.get(), pages.front())) return corruptError("page 0 cannot be read" + errors.suffix());
   Result<PageLayout> first = readPageLayout(tiff.get(), 0);
   if (!first.ok()) return first.status();

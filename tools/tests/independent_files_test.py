@@ -135,3 +135,74 @@ def test_refusals_name_what_is_unsupported(tmp_path):
     result = tarv("info", tmp_path / "short.nii", ok=False)
     assert result.returncode == 1
     assert "not a NIfTI file" in result.stderr
+
+
+tifffile = pytest.importorskip("tifffile")
+
+
+def tiff_cases():
+    random = np.random.default_rng(17)
+    stack = random.integers(-30000, 30000, size=(6, 26, 21)).astype(np.int16)
+    return {
+        "strips": (stack, {"photometric": "minisblack"}),
+        "tiled pages": (stack, {"tile": (16, 16), "photometric": "minisblack"}),
+        "tiled float32 page": (random.standard_normal((26, 21)).astype(np.float32), {"tile": (16, 16)}),
+        "float64 stack": (random.standard_normal((3, 9, 7)), {"photometric": "minisblack"}),
+        "uint64 big-endian": (random.integers(0, 2**63, size=(2, 5, 4), dtype=np.uint64),
+                              {"byteorder": ">", "photometric": "minisblack"}),
+        "int8 bigtiff deflate": (random.integers(-128, 128, size=(4, 8, 8)).astype(np.int8),
+                                 {"bigtiff": True, "compression": "zlib", "photometric": "minisblack"}),
+        "rgb": (random.integers(0, 256, size=(3, 10, 12, 3)).astype(np.uint8), {"photometric": "rgb"}),
+        "rgba uint16 planar": (random.integers(0, 65536, size=(2, 4, 9, 11)).astype(np.uint16),
+                               {"photometric": "rgb", "planarconfig": "separate", "extrasamples": ["unassalpha"]}),
+    }
+
+
+def components_last(array, options):
+    """tifffile's array in the raw order tarv writes: pages, rows, columns, samples."""
+    if options.get("planarconfig") == "separate":
+        return np.moveaxis(array, -3, -1)
+    return array
+
+
+@pytest.mark.parametrize("case", list(tiff_cases()))
+def test_tifffile_stacks_read_exactly(tmp_path, case):
+    data, options = tiff_cases()[case]
+    tifffile.imwrite(tmp_path / "in.tif", data, **options)
+    expected = components_last(tifffile.imread(tmp_path / "in.tif"), options)
+    assert np.array_equal(expected, components_last(data, options))
+    tarv("convert", tmp_path / "in.tif", tmp_path / "out.raw")
+    stored = np.fromfile(tmp_path / "out.raw", dtype=data.dtype.newbyteorder("="))
+    assert np.array_equal(stored, expected.ravel()), case
+
+
+@pytest.mark.parametrize("codec", ["lzma", "lzw", "zstd", "packbits"])
+def test_tiffcp_codecs_and_tiles(tmp_path, codec):
+    data = np.random.default_rng(5).integers(0, 4000, size=(5, 40, 33)).astype(np.uint16)
+    tifffile.imwrite(tmp_path / "plain.tif", data, photometric="minisblack")
+    made = subprocess.run(["tiffcp", "-t", "-w", "16", "-l", "16", "-c", codec, tmp_path / "plain.tif",
+                           tmp_path / "coded.tif"], capture_output=True, text=True)
+    if made.returncode != 0:
+        pytest.skip(f"tiffcp cannot write {codec} here: {made.stderr.strip()}")
+    tarv("convert", tmp_path / "coded.tif", tmp_path / "out.raw")
+    assert np.array_equal(np.fromfile(tmp_path / "out.raw", dtype=np.uint16).reshape(data.shape), data)
+
+
+def test_tiff_stack_written_by_tarv_reads_in_tifffile(tmp_path):
+    data = np.random.default_rng(8).standard_normal((4, 6, 5)).astype(np.float64)
+    data.tofile(tmp_path / "in.raw")
+    tarv("convert", tmp_path / "in.raw", tmp_path / "out.tif", "--format", "tiff-stack",
+         "--raw-size", "5,6,4", "--raw-type", "double")
+    assert np.array_equal(tifffile.imread(tmp_path / "out.tif"), data)
+
+
+def test_tiff_refusals_say_what(tmp_path):
+    palette = np.zeros((8, 8), np.uint8)
+    tifffile.imwrite(tmp_path / "palette.tif", palette, photometric="palette",
+                     colormap=np.zeros((3, 256), np.uint16))
+    result = tarv("info", tmp_path / "palette.tif", ok=False)
+    assert result.returncode == 1 and "palette colours" in result.stderr
+    tifffile.imwrite(tmp_path / "mixed.tif", np.zeros((4, 4), np.uint8), photometric="minisblack")
+    tifffile.imwrite(tmp_path / "mixed.tif", np.zeros((5, 4), np.uint8), photometric="minisblack", append=True)
+    result = tarv("info", tmp_path / "mixed.tif", ok=False)
+    assert result.returncode == 1 and "page 1" in result.stderr
