@@ -36,6 +36,7 @@ set(TARV_DATASET_SOURCES
   status/Status.cpp
   formats/FileStatus.cpp
   formats/FormatRegistry.cpp
+  formats/DicomSeries.cpp
   formats/NiftiFormat.cpp
   formats/TiffStackFormat.cpp
   formats/ContiguousElements.cpp

@@ -1,6 +1,7 @@
 #include "DatasetFiles.h"
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <sstream>
 #include <vector>
 
@@ -64,7 +65,9 @@ std::string sizeText(const DatasetCoordinates& size) { return formats::sizeText(
 
 void addInputOptions(CLI::App& command, InputOptions& options) {
   command.add_option("--input-format", options.format,
-                     "Format of the input files instead of their extension: " + formats::formatNameList());
+                     "Format of the input files instead of the one their content or extension tells: " +
+                         formats::formatNameList());
+  command.add_option("--series", options.series, "DICOM: the SeriesInstanceUID to read from a folder of several series");
   RawLayout& raw = options.raw;
   const char* group = "Raw input layout";
   command.add_option("--raw-size", raw.size, "Raw files: extents X,Y,Z[,T[,C]]")->group(group);
@@ -94,9 +97,16 @@ std::string formatsHelpFooter() {
 }
 
 OpenedDataset openDataset(const std::string& path, const InputOptions& options, Access access) {
-  if (Status readable = formats::checkReadableFile(path); !readable.ok()) throw ToolError(path, readable.message());
+  std::error_code error;
+  const bool folder = std::filesystem::is_directory(path, error);
+  if (!folder)
+    if (Status readable = formats::checkReadableFile(path); !readable.ok()) throw ToolError(path, readable.message());
   formats::ReadRequest request;
-  request.format = chooseFileFormat(path, options.format, "--input-format");
+  // The content tells the format, else the extension, unless it is named.
+  const std::optional<FileFormat> told = options.format.empty() ? formats::formatToRead(path) : std::nullopt;
+  request.format = told ? *told : chooseFileFormat(path, options.format, "--input-format");
+  if (folder && request.format != FileFormat::dicom) throw ToolError(path, "is a folder (only DICOM series are read from folders)");
+  request.dicomSeries = options.series;
   request.lazy = access == Access::lazy;
   // A .tif file that is not a paged TIFF file is read as a TIFF stack, unless the format was named.
   request.otherTiffAsStack = options.format.empty();

@@ -29,6 +29,8 @@ struct RawLayout {
 struct InputOptions {
   std::string format;
   RawLayout raw;
+  // DICOM: the SeriesInstanceUID to read from a folder of several series.
+  std::string series;
 };
 
 // Options of every command that writes a dataset file.

@@ -56,7 +56,9 @@ void printInfo(const std::string& path, const InfoOptions& options) {
     throwIfReadFailed(opened);
     out << "  value range   " << formatDisplayNumber(minimum) << " .. " << formatDisplayNumber(maximum) << "\n";
   }
-  out << "  file size     " << std::filesystem::file_size(path) << " bytes\n";
+  std::error_code error;
+  if (!std::filesystem::is_directory(path, error))
+    out << "  file size     " << std::filesystem::file_size(path, error) << " bytes\n";
   if (opened.format == FileFormat::pagedTiff) {
     out << "  paged TIFF header:\n";
     std::istringstream header(pagedTiffHeaderText(path));

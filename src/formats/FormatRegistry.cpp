@@ -4,6 +4,8 @@
 #include <array>
 #include <cctype>
 #include <filesystem>
+#include <fstream>
+#include <string_view>
 #include <memory>
 #include <sstream>
 
@@ -18,6 +20,7 @@
 #include "dataset/TiffFileReadModule.h"
 #include "dataset/VTIDatasetFileReadWrite.h"
 #include "elementtypes/ElementTypeNames.h"
+#include "formats/DicomSeries.h"
 #include "formats/FileStatus.h"
 #include "formats/NiftiFormat.h"
 #include "formats/TiffMessages.h"
@@ -28,7 +31,7 @@ namespace tarv::formats {
 namespace {
 
 // clang-format off
-constexpr std::array<FormatDescription, 10> kFormats = {{
+constexpr std::array<FormatDescription, 11> kFormats = {{
     // format,              name,       aliases,                display name,     extensions,   lazy,  time,  comp., plane, holds
     {FileFormat::tarv1,     "tarv1",    "tarv",                 "TARV1",          ".tarv",      true,  true,  1,     false,
      "TARV1: x, y, z, t; 16-bit quantised values, read back as float"},
@@ -50,6 +53,8 @@ constexpr std::array<FormatDescription, 10> kFormats = {{
      "NIfTI-1/-2, gzip-compressed"},
     {FileFormat::tiffStack, "tiff-stack", "tif-stack",          "TIFF stack",     "",           false, false, 4,     false,
      "TIFF pages as z slices (strips or tiles, any codec of libtiff): 8..64-bit samples; no geometry"},
+    {FileFormat::dicom,     "dicom",    "dcm",                  "DICOM",          ".dcm",       false, false, 3,     false,
+     "DICOM series (a folder or a file) through GDCM: orientation, rescale; read only", false},
 }};
 // clang-format on
 
@@ -159,6 +164,15 @@ Result<OpenedFile> readStack(const std::string& path) {
   return opened;
 }
 
+Result<OpenedFile> readDicom(const std::string& path, const std::string& series) {
+  Result<DatasetHandle> handle = readDicomSeries(path, series);
+  if (!handle.ok()) return handle.status();
+  OpenedFile opened;
+  opened.format = FileFormat::dicom;
+  opened.handle = *handle;
+  return opened;
+}
+
 Result<OpenedFile> readNifti(const std::string& path, FileFormat format) {
   Result<DatasetHandle> handle = readNiftiFile(path);
   if (!handle.ok()) return handle.status();
@@ -247,6 +261,34 @@ std::optional<FileFormat> formatFromExtension(const std::string& path) {
   return found;
 }
 
+std::optional<FileFormat> probeFileFormat(const std::string& path) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) return FileFormat::dicom;
+  std::ifstream in(path, std::ios::binary);
+  std::string head(512, '\0');
+  in.read(head.data(), static_cast<std::streamsize>(head.size()));
+  head.resize(static_cast<std::size_t>(std::max<std::streamsize>(in.gcount(), 0)));
+  auto startsWith = [&](std::string_view prefix) { return head.compare(0, prefix.size(), prefix) == 0; };
+  // DICOM first: its preamble is free for other headers.
+  if (head.size() >= 132 && head.compare(128, 4, "DICM") == 0) return FileFormat::dicom;
+  if (startsWith("II*\0") || startsWith("MM\0*") || startsWith("II+\0") || startsWith("MM\0+")) return FileFormat::pagedTiff;
+  if (startsWith("\x89PNG\r\n\x1a\n")) return FileFormat::png;
+  if (startsWith("\xff\xd8\xff")) return FileFormat::jpeg;
+  if (startsWith("X = ")) return FileFormat::tarv1;
+  if ((startsWith("<?xml") || startsWith("<VTKFile")) && head.find("<VTKFile") != std::string::npos &&
+      head.find("ImageData") != std::string::npos)
+    return FileFormat::vti;
+  if (looksLikeNiftiHeader(path)) return startsWith("\x1f\x8b") ? FileFormat::niftiGz : FileFormat::nifti;
+  return std::nullopt;
+}
+
+std::optional<FileFormat> formatToRead(const std::string& path) {
+  const std::optional<FileFormat> byExtension = formatFromExtension(path);
+  if (byExtension == FileFormat::raw) return byExtension;
+  if (std::optional<FileFormat> probed = probeFileFormat(path)) return probed;
+  return byExtension;
+}
+
 std::string formatNameList() {
   std::string list;
   for (const FormatDescription& description : kFormats) list += (list.empty() ? "" : ", ") + std::string(description.name);
@@ -295,6 +337,7 @@ bool formatHoldsElementType(FileFormat format, TARVElementType type) {
     case FileFormat::nifti:
     case FileFormat::niftiGz: return niftiHoldsElementType(type);
     case FileFormat::tiffStack: return tiffStackHoldsElementType(type);
+    case FileFormat::dicom: return false;
   }
   return false;
 }
@@ -310,6 +353,8 @@ std::string elementTypesHeldBy(FileFormat format) {
 }
 
 Status checkFormatHoldsElementType(FileFormat format, TARVElementType type) {
+  if (!describeFormat(format).writes)
+    return unsupportedError(std::string(describeFormat(format).displayName) + " files are read, not written");
   if (formatHoldsElementType(format, type)) return okStatus();
   return unsupportedError(std::string(describeFormat(format).displayName) + " cannot hold " + elementTypeName(type) +
                           " elements (it holds " + elementTypesHeldBy(format) + ")");
@@ -341,9 +386,12 @@ RawDatasetFileReadWrite rawFileFor(const std::string& path, const RawLayout& lay
 }
 
 Result<OpenedFile> readDatasetFile(const std::string& path, const ReadRequest& request) {
-  if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
+  // A DICOM series may be a folder.
+  if (request.format != FileFormat::dicom)
+    if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
   Result<OpenedFile> opened = invalidArgumentError("unknown format");
   switch (request.format) {
+    case FileFormat::dicom: opened = readDicom(path, request.dicomSeries); break;
     case FileFormat::tarv1: opened = readTarv1(path, request.lazy); break;
     case FileFormat::pagedTiff: opened = readPagedTiff(path, request); break;
     case FileFormat::raw: opened = readRaw(path, request.raw); break;
@@ -396,6 +444,7 @@ Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat fo
     case FileFormat::nifti:
     case FileFormat::niftiGz: return writeNiftiFile(dataset, path, format == FileFormat::niftiGz);
     case FileFormat::tiffStack: return writeTiffStack(dataset, path);
+    case FileFormat::dicom: break;
   }
   return invalidArgumentError("unknown format");
 }

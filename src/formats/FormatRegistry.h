@@ -18,7 +18,7 @@
 
 namespace tarv::formats {
 
-enum class FileFormat { tarv1, pagedTiff, vtkTiff, raw, png, jpeg, vti, nifti, niftiGz, tiffStack };
+enum class FileFormat { tarv1, pagedTiff, vtkTiff, raw, png, jpeg, vti, nifti, niftiGz, tiffStack, dicom };
 
 struct FormatDescription {
   FileFormat format;
@@ -36,6 +36,8 @@ struct FormatDescription {
   bool holdsOnePlane;
   // What a file holds and its limits, on one line.
   const char* holds;
+  // False for formats that are only read.
+  bool writes = true;
 };
 
 std::span<const FormatDescription> formatTable();
@@ -45,6 +47,13 @@ std::optional<FileFormat> formatFromName(const std::string& name);
 // From the file name's extension (the longest that matches: .nii.gz before .gz), any case; empty
 // when unknown.
 std::optional<FileFormat> formatFromExtension(const std::string& path);
+// The format of a file from its first bytes (a folder: a DICOM series); empty when they tell
+// nothing. Raw files have no signature.
+std::optional<FileFormat> probeFileFormat(const std::string& path);
+// The format to read path as: probed from its content, else from its extension (a .raw file is
+// always raw); empty when neither tells.
+std::optional<FileFormat> formatToRead(const std::string& path);
+
 // "tarv1, tiff, vtk-tiff, raw, png, jpeg, vti" and ".tarv, .tif, .tiff, .raw, .png, .jpg, .jpeg, .vti".
 std::string formatNameList();
 std::string formatExtensionList();
@@ -85,6 +94,8 @@ struct ReadRequest {
   bool otherTiffAsStack = true;
   // Raw files only.
   RawLayout raw;
+  // DICOM only: the SeriesInstanceUID to read when the files hold several series.
+  std::string dicomSeries;
 };
 
 struct OpenedFile {

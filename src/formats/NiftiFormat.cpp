@@ -17,6 +17,7 @@
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/ContiguousElements.h"
 #include "formats/FileStatus.h"
+#include "formats/SampleTypes.h"
 
 namespace tarv::formats {
 
@@ -25,11 +26,11 @@ namespace {
 // The NIfTI datatype code that holds elements of type T exactly; 0 for none.
 template <typename T>
 constexpr int niftiDatatypeOf() {
-  if constexpr (std::is_same_v<T, bool> || std::is_same_v<T, long double>) {
+  if constexpr (!isSampleType<T>) {
     return 0;
-  } else if constexpr (std::is_floating_point_v<T>) {
+  } else if constexpr (sampleKindOf<T>() == SampleKind::floatingPoint) {
     return sizeof(T) == 4 ? DT_FLOAT32 : DT_FLOAT64;
-  } else if constexpr (std::is_signed_v<T>) {
+  } else if constexpr (sampleKindOf<T>() == SampleKind::signedInteger) {
     return sizeof(T) == 1 ? DT_INT8 : sizeof(T) == 2 ? DT_INT16 : sizeof(T) == 4 ? DT_INT32 : DT_INT64;
   } else {
     return sizeof(T) == 1 ? DT_UINT8 : sizeof(T) == 2 ? DT_UINT16 : sizeof(T) == 4 ? DT_UINT32 : DT_UINT64;

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <type_traits>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/ContiguousElements.h"
 #include "formats/FileStatus.h"
+#include "formats/SampleTypes.h"
 #include "formats/TiffMessages.h"
 
 namespace tarv::formats {
@@ -33,29 +35,15 @@ struct PageLayout {
   }
 };
 
-// The element type of samples of a TIFF sample format and width; NO_TYPE for none.
-TARVElementType elementTypeOfSamples(std::uint16_t format, std::uint16_t bits) {
-  if (format == SAMPLEFORMAT_VOID) format = SAMPLEFORMAT_UINT;
-  TARVElementType type = TARV_ELEMENT_TYPE_NO_TYPE;
-  ElementTypeTable::forEach([&]<typename Row>() {
-    using T = typename Row::type;
-    if constexpr (!std::is_same_v<T, bool> && !std::is_same_v<T, long double>) {
-      const std::uint16_t rowFormat = std::is_floating_point_v<T> ? SAMPLEFORMAT_IEEEFP
-                                      : std::is_signed_v<T>       ? SAMPLEFORMAT_INT
-                                                                  : SAMPLEFORMAT_UINT;
-      if (rowFormat == format && 8 * sizeof(T) == bits) type = Row::id;
-    }
-  });
-  return type;
-}
-
-std::string samplesText(std::uint16_t format, std::uint16_t bits) {
-  const char* kind = format == SAMPLEFORMAT_IEEEFP ? "float"
-                     : format == SAMPLEFORMAT_INT  ? "signed integer"
-                     : format == SAMPLEFORMAT_UINT || format == SAMPLEFORMAT_VOID
-                         ? "unsigned integer"
-                         : "complex or unknown";
-  return std::to_string(bits) + "-bit " + kind + " samples";
+// The kind of samples of a TIFF sample format; empty for complex and unknown formats.
+std::optional<SampleKind> sampleKindOfFormat(std::uint16_t format) {
+  switch (format) {
+    case SAMPLEFORMAT_UINT:
+    case SAMPLEFORMAT_VOID: return SampleKind::unsignedInteger;
+    case SAMPLEFORMAT_INT: return SampleKind::signedInteger;
+    case SAMPLEFORMAT_IEEEFP: return SampleKind::floatingPoint;
+    default: return std::nullopt;
+  }
 }
 
 Result<PageLayout> readPageLayout(TIFF* tiff, int page) {
@@ -96,8 +84,10 @@ Result<PageLayout> readPageLayout(TIFF* tiff, int page) {
     return unsupportedError(where + std::to_string(layout.samples) + " samples per pixel (at most 4)");
   if (layout.planar != PLANARCONFIG_CONTIG && layout.planar != PLANARCONFIG_SEPARATE)
     return corruptError(where + "planar configuration " + std::to_string(layout.planar));
-  layout.type = elementTypeOfSamples(format, layout.bits);
-  if (layout.type == TARV_ELEMENT_TYPE_NO_TYPE) return unsupportedError(where + samplesText(format, layout.bits));
+  const std::optional<SampleKind> kind = sampleKindOfFormat(format);
+  if (!kind) return unsupportedError(where + std::to_string(layout.bits) + "-bit complex or unknown samples");
+  layout.type = elementTypeOfSamples(*kind, layout.bits);
+  if (layout.type == TARV_ELEMENT_TYPE_NO_TYPE) return unsupportedError(where + samplesText(*kind, layout.bits));
   layout.tiled = TIFFIsTiled(tiff) != 0;
   return layout;
 }
@@ -189,8 +179,12 @@ std::vector<tdir_t> fullResolutionPages(TIFF* tiff) {
 std::uint16_t sampleFormatOf(TARVElementType type) {
   std::uint16_t format = 0;
   dispatchElementType(type, [&]<typename T>() {
-    if constexpr (!std::is_same_v<T, bool> && !std::is_same_v<T, long double>)
-      format = std::is_floating_point_v<T> ? SAMPLEFORMAT_IEEEFP : std::is_signed_v<T> ? SAMPLEFORMAT_INT : SAMPLEFORMAT_UINT;
+    if constexpr (isSampleType<T>) {
+      constexpr SampleKind kind = sampleKindOf<T>();
+      format = kind == SampleKind::floatingPoint   ? SAMPLEFORMAT_IEEEFP
+               : kind == SampleKind::signedInteger ? SAMPLEFORMAT_INT
+                                                   : SAMPLEFORMAT_UINT;
+    }
   });
   return format;
 }

@@ -206,3 +206,145 @@ def test_tiff_refusals_say_what(tmp_path):
     tifffile.imwrite(tmp_path / "mixed.tif", np.zeros((5, 4), np.uint8), photometric="minisblack", append=True)
     result = tarv("info", tmp_path / "mixed.tif", ok=False)
     assert result.returncode == 1 and "page 1" in result.stderr
+
+
+pydicom = pytest.importorskip("pydicom")
+from pydicom.dataset import FileDataset, FileMetaDataset  # noqa: E402
+from pydicom.uid import ExplicitVRLittleEndian, generate_uid  # noqa: E402
+
+
+def write_ct_slice(path, pixels, position, orientation, series_uid, slope=1.0, intercept=-1024.0, number=1):
+    meta = FileMetaDataset()
+    meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.2"
+    meta.MediaStorageSOPInstanceUID = generate_uid()
+    meta.TransferSyntaxUID = ExplicitVRLittleEndian
+    ds = FileDataset(str(path), {}, file_meta=meta, preamble=b"\0" * 128)
+    ds.SOPClassUID = meta.MediaStorageSOPClassUID
+    ds.SOPInstanceUID = meta.MediaStorageSOPInstanceUID
+    ds.Modality = "CT"
+    ds.PatientName = "Phantom^Test"
+    ds.StudyInstanceUID = "1.2.3.4"
+    ds.SeriesInstanceUID = series_uid
+    ds.SeriesDescription = "oblique phantom"
+    ds.InstanceNumber = number
+    ds.ImagePositionPatient = [f"{v:.6f}" for v in position]
+    ds.ImageOrientationPatient = [f"{v:.6f}" for v in orientation]
+    ds.PixelSpacing = ["0.75", "0.5"]
+    ds.SliceThickness = "2.5"
+    ds.RescaleSlope = f"{slope}"
+    ds.RescaleIntercept = f"{intercept}"
+    ds.Rows, ds.Columns = pixels.shape
+    ds.SamplesPerPixel = 1
+    ds.PhotometricInterpretation = "MONOCHROME2"
+    ds.BitsAllocated = 16
+    ds.BitsStored = 16
+    ds.HighBit = 15
+    ds.PixelRepresentation = 1 if pixels.dtype == np.int16 else 0
+    ds.PixelData = pixels.tobytes()
+    ds.is_little_endian = True
+    ds.is_implicit_VR = False
+    ds.save_as(str(path), write_like_original=False)
+
+
+def oblique_series(folder, count=6, uid=None, shuffle=True):
+    """Slices of an oblique CT series, written in a shuffled order; the volume (z, y, x) and geometry."""
+    folder.mkdir(exist_ok=True)
+    uid = uid or generate_uid()
+    angle = np.deg2rad(15.0)
+    row = np.array([np.cos(angle), np.sin(angle), 0.0])
+    column = np.array([0.0, np.cos(0.3), -np.sin(0.3)])
+    column -= row * row.dot(column)
+    column /= np.linalg.norm(column)
+    normal = np.cross(row, column)
+    origin = np.array([-120.0, -95.5, 40.0])
+    random = np.random.default_rng(21)
+    volume = random.integers(-200, 3000, size=(count, 5, 7)).astype(np.int16)
+    order = random.permutation(count) if shuffle else np.arange(count)
+    for written, k in enumerate(order):
+        write_ct_slice(folder / f"img{written:03d}.dcm", volume[k], origin + normal * 2.5 * k,
+                       list(row) + list(column), uid, number=int(k) + 1)
+    return volume, origin, row, column, normal, uid
+
+
+def test_pydicom_series_reads_in_order_with_geometry_and_rescale(tmp_path):
+    volume, origin, row, column, normal, _ = oblique_series(tmp_path / "series")
+    fields = info(tmp_path / "series")
+    assert fields["format"] == "DICOM"
+    assert fields["size"] == "7 x 5 x 6"
+    assert fields["rescale"] == "slope 1, intercept -1024"
+    assert np.allclose([float(v) for v in fields["origin"].split(" (")[0].split(",")], origin, atol=1e-5)
+    assert np.allclose([float(v) for v in fields["spacing"].split(" (")[0].split(",")], [0.5, 0.75, 2.5], atol=1e-5)
+    directions = [[float(v) for v in axis.split(",")] for axis in fields["direction"].split("  (")[0].split("/")]
+    assert np.allclose(directions, [row, column, normal], atol=1e-5)
+    tarv("convert", tmp_path / "series", tmp_path / "ct.raw")
+    assert np.array_equal(raw_voxels(tmp_path / "ct.raw", np.int16, volume.shape), volume)
+
+
+def test_dicom_series_to_nifti_gives_the_affine_and_hounsfield_values(tmp_path):
+    volume, origin, row, column, normal, _ = oblique_series(tmp_path / "series")
+    tarv("convert", tmp_path / "series", tmp_path / "ct.nii.gz")
+    image = nib.load(tmp_path / "ct.nii.gz")
+    # The affine that the DICOM tags imply, in RAS as NIfTI stores it.
+    lps = np.eye(4)
+    lps[:3, 0] = row * 0.5
+    lps[:3, 1] = column * 0.75
+    lps[:3, 2] = normal * 2.5
+    lps[:3, 3] = origin
+    ras = np.diag([-1, -1, 1, 1]) @ lps
+    assert np.allclose(image.affine, ras, atol=1e-4)
+    assert np.array_equal(image.get_fdata(), volume.T.astype(np.float64) - 1024.0)
+
+
+def test_several_series_are_listed_and_one_is_chosen(tmp_path):
+    first = oblique_series(tmp_path / "mixed", count=3, uid="1.2.826.0.1.3680043.8.498.1")
+    oblique_series(tmp_path / "other", count=4, uid="1.2.826.0.1.3680043.8.498.2")
+    for path in (tmp_path / "other").iterdir():
+        path.rename(tmp_path / "mixed" / ("b" + path.name))
+    result = tarv("info", tmp_path / "mixed", ok=False)
+    assert result.returncode == 1
+    assert "2 DICOM series: choose one with --series UID" in result.stderr
+    assert "1.2.826.0.1.3680043.8.498.1 (3 files, oblique phantom)" in result.stderr
+    tarv("convert", tmp_path / "mixed", tmp_path / "one.raw", "--series", "1.2.826.0.1.3680043.8.498.1")
+    assert np.array_equal(raw_voxels(tmp_path / "one.raw", np.int16, first[0].shape), first[0])
+
+
+@pytest.mark.parametrize("name", ["CT_small.dcm", "MR_small.dcm", "MR_small_RLE.dcm", "MR_small_bigendian.dcm",
+                                  "MR_small_jp2klossless.dcm", "JPEG2000.dcm", "SC_rgb_rle_2frame.dcm",
+                                  "SC_rgb_small_odd.dcm"])
+def test_pydicom_shipped_files_match_pydicom(tmp_path, name):
+    from pydicom.data import get_testdata_file
+    path = get_testdata_file(name)
+    if path is None:
+        pytest.skip(f"{name} is not shipped here")
+    ds = pydicom.dcmread(path)
+    try:
+        pixels = ds.pixel_array
+    except Exception as error:  # pydicom needs a decoder plugin for some syntaxes
+        pytest.skip(f"pydicom cannot decode {name} here: {error}")
+    result = tarv("convert", path, tmp_path / "out.raw", ok=False)
+    assert result.returncode == 0, result.stderr
+    stored = np.fromfile(tmp_path / "out.raw", dtype=pixels.dtype.newbyteorder("="))
+    assert np.array_equal(stored, pixels.ravel()), name
+    fields = info(path)
+    slope = float(getattr(ds, "RescaleSlope", 1))
+    intercept = float(getattr(ds, "RescaleIntercept", 0))
+    if (slope, intercept) != (1.0, 0.0):
+        assert fields["rescale"] == f"slope {slope:g}, intercept {intercept:g}"
+
+
+def test_dicom_refusals_name_what_is_unsupported(tmp_path):
+    from pydicom.data import get_testdata_file
+    rtdose = get_testdata_file("rtdose_1frame.dcm")
+    if rtdose is not None:
+        result = tarv("info", rtdose, ok=False)
+        assert result.returncode == 1
+        assert result.stderr.strip().endswith("rtdose_1frame.dcm: a GridFrameOffsetVector without NumberOfFrames")
+    volume = oblique_series(tmp_path / "gap", count=4, shuffle=False)[0]
+    (tmp_path / "gap" / "img001.dcm").unlink()
+    result = tarv("info", tmp_path / "gap", ok=False)
+    assert result.returncode == 1 and "uneven slice spacing" in result.stderr
+    (tmp_path / "empty").mkdir()
+    (tmp_path / "empty" / "notes.txt").write_text("no images here")
+    result = tarv("info", tmp_path / "empty", ok=False)
+    assert result.returncode == 1 and "no DICOM files in the folder" in result.stderr
+    assert volume.shape == (4, 5, 7)
