@@ -39,6 +39,7 @@ set(TARV_DATASET_SOURCES
   formats/DicomSeries.cpp
   formats/NiftiFormat.cpp
   formats/TiffStackFormat.cpp
+  formats/ValueConversion.cpp
   formats/ContiguousElements.cpp
   formats/SlabWriters.cpp
   formats/TiffMessages.cpp

@@ -14,6 +14,7 @@
 #include "formats/FileStatus.h"
 #include "formats/FormatRegistry.h"
 #include "formats/SlabWriters.h"
+#include "formats/ValueConversion.h"
 
 namespace tarv::tool {
 
@@ -86,6 +87,8 @@ void addInputOptions(CLI::App& command, InputOptions& options) {
 void addOutputOptions(CLI::App& command, OutputOptions& options, bool withTime) {
   command.add_option("--format", options.format, "Output format instead of the extension's: " + formats::formatNameList());
   command.add_option("--type", options.type, "Convert the elements to this type: " + elementTypeNameList());
+  command.add_flag("--clamp", options.clamp, "Values outside the --type's range become its nearest limit (else refused)");
+  command.add_option("--rescale", options.rescale, "Map the data's range linearly onto LOW,HIGH before converting");
   if (withTime) {
     command.add_option("--time", options.time, "Write only this time step (needed for formats of one time step)")
         ->check(CLI::NonNegativeNumber);
@@ -133,7 +136,9 @@ struct WritePlan {
   TARVElementType elementType = TARV_ELEMENT_TYPE_NO_TYPE;
 };
 
-WritePlan planWrite(Dataset* dataset, const std::string& path, const OutputOptions& options) {
+// With checkValues, values that the element type cannot hold are refused (this may compute the
+// data's range).
+WritePlan planWrite(Dataset* dataset, const std::string& path, const OutputOptions& options, bool checkValues) {
   WritePlan plan;
   plan.format = chooseFileFormat(path, options.format, "--format");
   if (dataset == nullptr || !dataset->hasData()) throw ToolError(path, "no data to write");
@@ -158,7 +163,26 @@ WritePlan planWrite(Dataset* dataset, const std::string& path, const OutputOptio
                                                  ? " (use 'tarv slice' for a view of one plane)"
                                                  : ""));
   if (plan.format == FileFormat::raw) checkFillers(path, options.raw);
+  if (options.clamp && !options.rescale.empty()) throw ToolError("--clamp", "give --clamp or --rescale, not both");
+  if (!options.rescale.empty()) {
+    const std::vector<double> range = parseNumberList(options.rescale, "--rescale", 2, 2);
+    const formats::ValueLimits limits = formats::elementTypeLimits(plan.elementType);
+    if (!(range[0] >= limits.lowest && range[1] <= limits.highest && range[0] < range[1]))
+      throw ToolError("--rescale " + options.rescale, "LOW must be below HIGH, both within " +
+                                                          std::string(elementTypeName(plan.elementType)) + "'s range");
+  } else if (checkValues && !options.clamp && plan.elementType != dataset->getElementType()) {
+    if (Status fits = formats::checkValuesFit(dataset, plan.elementType); !fits.ok())
+      throw ToolError(path, fits.message() + ": give --clamp or --rescale LOW,HIGH");
+  }
   return plan;
+}
+
+// The data to write: the dataset, or its values rescaled (held by holder).
+Dataset* valuesToWrite(Dataset* dataset, const OutputOptions& options, DatasetHandle& holder) {
+  if (options.rescale.empty()) return dataset;
+  const std::vector<double> range = parseNumberList(options.rescale, "--rescale", 2, 2);
+  holder = formats::rescaledValues(dataset, range[0], range[1]);
+  return GetRawPtr(holder);
 }
 
 // The blocks of a lazily read source that could not be read, as the error of the write.
@@ -175,6 +199,7 @@ WrittenFile writeInSlabs(Dataset* dataset, const std::string& path, const Output
   request.raw = options.raw.file;
   request.elementType = plan.elementType;
   request.timeStep = options.time;
+  request.clampToType = options.clamp;
   Status written;
   {
     ProgressBar bar(options.work, options.showProgress);
@@ -199,14 +224,7 @@ WrittenFile writeInSlabs(Dataset* dataset, const std::string& path, const Output
   return result;
 }
 
-}  // namespace
-
-void checkCanWrite(Dataset* dataset, const std::string& path, const OutputOptions& options) {
-  planWrite(dataset, path, options);
-}
-
-WrittenFile writeDataset(Dataset* dataset, const std::string& path, const OutputOptions& options) {
-  const WritePlan plan = planWrite(dataset, path, options);
+WrittenFile writeValues(Dataset* dataset, const std::string& path, const OutputOptions& options, const WritePlan& plan) {
   if (formats::formatWritesInSlabs(plan.format)) return writeInSlabs(dataset, path, options, plan);
   calculateWithProgress(dataset, options.work, options.showProgress);
   DatasetHandle converted;
@@ -216,7 +234,10 @@ WrittenFile writeDataset(Dataset* dataset, const std::string& path, const Output
     if (options.time >= 0) box.start.t = box.end.t = options.time;
     data = new Dataset(true);
     converted = data;
-    data->convertPartFrom(dataset, plan.elementType, box);
+    if (options.clamp)
+      formats::convertPartClamping(*data, dataset, plan.elementType, box);
+    else
+      data->convertPartFrom(dataset, plan.elementType, box);
     if (!data->hasData()) throw ToolError(path, "not enough memory to convert the data");
   }
 
@@ -232,6 +253,19 @@ WrittenFile writeDataset(Dataset* dataset, const std::string& path, const Output
   result.bytes = file.getTemporarySize();
   file.commit();
   return result;
+}
+
+}  // namespace
+
+void checkCanWrite(Dataset* dataset, const std::string& path, const OutputOptions& options) {
+  planWrite(dataset, path, options, false);
+}
+
+WrittenFile writeDataset(Dataset* dataset, const std::string& path, const OutputOptions& options) {
+  const WritePlan plan = planWrite(dataset, path, options, true);
+  // Rescaled values are written in the type the data had, unless --type names another.
+  DatasetHandle rescaled;
+  return writeValues(valuesToWrite(dataset, options, rescaled), path, options, plan);
 }
 
 }  // namespace tarv::tool

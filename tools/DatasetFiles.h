@@ -39,6 +39,10 @@ struct OutputOptions {
   std::string type;
   // The time step to write; -1 for all (or the only one).
   int time = -1;
+  // Values outside --type's range: refused, unless clamped to it or the data's range is rescaled
+  // ("LOW,HIGH") first.
+  bool clamp = false;
+  std::string rescale;
   RawLayout raw;
   // The file the data is read from while it is written (a lazily read input), to name it when
   // one of its blocks cannot be read.
@@ -51,7 +55,7 @@ struct OutputOptions {
 
 // Adds --input-format and the --raw-* layout options.
 void addInputOptions(CLI::App& command, InputOptions& options);
-// Adds --format, --type and (withTime) --time.
+// Adds --format, --type, --clamp, --rescale and (withTime) --time.
 void addOutputOptions(CLI::App& command, OutputOptions& options, bool withTime);
 // The formats, their extensions and what they hold, for help footers.
 std::string formatsHelpFooter();

@@ -51,10 +51,15 @@ void printInfo(const std::string& path, const InfoOptions& options) {
     out << "  rescale       slope " << formatDisplayNumber(lut.getSlope()) << ", intercept "
         << formatDisplayNumber(lut.getIntercept()) << "\n";
   if (!options.noRange) {
+    // The range of the elements themselves: a range the file states is not taken on trust.
+    dataset->setMinimumAndMaximumValueCacheStatus(false);
     const double minimum = dataset->getMinimumValue();
     const double maximum = dataset->getMaximumValue();
     throwIfReadFailed(opened);
     out << "  value range   " << formatDisplayNumber(minimum) << " .. " << formatDisplayNumber(maximum) << "\n";
+  } else if (dataset->getMinimumAndMaximumValueCacheStatus()) {
+    out << "  header range  " << formatDisplayNumber(dataset->getMinimumValue()) << " .. "
+        << formatDisplayNumber(dataset->getMaximumValue()) << " (stated by the file, not read)\n";
   }
   std::error_code error;
   if (!std::filesystem::is_directory(path, error))

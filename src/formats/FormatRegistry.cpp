@@ -25,6 +25,7 @@
 #include "formats/NiftiFormat.h"
 #include "formats/TiffMessages.h"
 #include "formats/TiffStackFormat.h"
+#include "formats/ValueConversion.h"
 
 namespace tarv::formats {
 
@@ -420,6 +421,8 @@ Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat fo
   if (Status shape = checkFormatHoldsShape(format, dataset->getSize()); !shape.ok()) return shape;
   switch (format) {
     case FileFormat::tarv1: {
+      if (Status holds = checkTarv1HoldsRange(dataset->getMinimumValue(), dataset->getMaximumValue()); !holds.ok())
+        return holds;
       TARV1DatasetFileReadWrite writer;
       writer.fileName = path;
       return writeTarv1File(writer, dataset);

@@ -10,6 +10,7 @@
 #include "dataset/TARV1DatasetFileReadWrite.h"
 #include "dataset/TiffDatasetFileWrite.h"
 #include "engine/Evaluation.h"
+#include "formats/ValueConversion.h"
 
 namespace tarv::formats {
 
@@ -37,7 +38,8 @@ private:
 // they differ.
 class SlabsInFileTerms : public engine::SlabConsumer {
 public:
-  SlabsInFileTerms(TARVElementType type, int timeStep) : elementType(type), timeStep(timeStep) {}
+  SlabsInFileTerms(TARVElementType type, int timeStep, bool clamp)
+      : elementType(type), timeStep(timeStep), clamp(clamp) {}
 
   bool consumeSlab(Dataset& dataset, const DatasetBoundingBox& slab) override {
     DatasetBoundingBox fileSlab = slab;
@@ -47,7 +49,10 @@ public:
       return status.ok();
     }
     Dataset converted(true);
-    converted.convertPartFrom(&dataset, elementType, slab);
+    if (clamp)
+      convertPartClamping(converted, &dataset, elementType, slab);
+    else
+      converted.convertPartFrom(&dataset, elementType, slab);
     if (!converted.hasData()) {
       status = ioError("not enough memory to convert a slab");
       return false;
@@ -63,12 +68,14 @@ protected:
 
 private:
   TARVElementType elementType;
+  bool clamp;
   int timeStep;
 };
 
 class WritingSlabs : public SlabsInFileTerms {
 public:
-  WritingSlabs(SlabWriter& writer, TARVElementType type, int timeStep) : SlabsInFileTerms(type, timeStep), writer(writer) {}
+  WritingSlabs(SlabWriter& writer, TARVElementType type, int timeStep, bool clamp)
+      : SlabsInFileTerms(type, timeStep, clamp), writer(writer) {}
 
 protected:
   Status take(Dataset& source, const DatasetBoundingBox& fileSlab, const DatasetCoordinates& shift) override {
@@ -164,13 +171,14 @@ Status writeDatasetFileInSlabs(Dataset* dataset, const std::string& path, const 
         shape.minimum = dataset->getMinimumValue();
         shape.maximum = dataset->getMaximumValue();
       } else {
-        RangeOfSlabs range(request.elementType, request.timeStep);
+        RangeOfSlabs range(request.elementType, request.timeStep, request.clampToType);
         PassProgress first(request.progress, 0.0, 0.5);
         if (Status found = stream(dataset, range, request, &first); !found.ok()) return found;
         shape.minimum = range.range.minimum;
         shape.maximum = range.range.maximum;
         firstShare = 0.5;
       }
+      if (Status holds = checkTarv1HoldsRange(shape.minimum, shape.maximum); !holds.ok()) return holds;
       writer = openTarv1SlabWriter(file, shape);
       break;
     }
@@ -182,7 +190,7 @@ Status writeDatasetFileInSlabs(Dataset* dataset, const std::string& path, const 
     }
   }
   if (!writer.ok()) return writer.status();
-  WritingSlabs slabs(*writer.value(), request.elementType, request.timeStep);
+  WritingSlabs slabs(*writer.value(), request.elementType, request.timeStep, request.clampToType);
   PassProgress second(request.progress, firstShare, 1.0 - firstShare);
   if (Status written = stream(dataset, slabs, request, &second); !written.ok()) return written;
   return writer.value()->finish();

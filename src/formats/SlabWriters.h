@@ -64,6 +64,8 @@ struct StreamedWrite {
   RawLayout raw;
   TARVElementType elementType = TARV_ELEMENT_TYPE_NO_TYPE;
   int timeStep = -1;
+  // Values outside the element type's limits become the nearer limit instead of wrapping.
+  bool clampToType = false;
   // z slices per slab; 0 chooses them from the engine's memory budget.
   int slabDepth = 0;
   // Told the fraction done and asked whether to stop; may be null.
@@ -73,7 +75,8 @@ struct StreamedWrite {
 // Writes the dataset into path in a format of formatWritesInSlabs, computing it slab by slab
 // (engine::streamDataset): memory does not grow with the volume's depth. TARV1 files, which
 // state the data's range before the elements, take two passes unless the range is known. The
-// file is the one that writeDatasetFile writes for the converted data. A stop request gives a
+// file is the one that writeDatasetFile writes for the converted data. TARV1 files refuse a
+// range their samples cannot hold (checkTarv1HoldsRange). A stop request gives a
 // Status of code cancelled; the file is then incomplete.
 Status writeDatasetFileInSlabs(Dataset* dataset, const std::string& path, const StreamedWrite& request);
 

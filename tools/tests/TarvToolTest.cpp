@@ -242,10 +242,12 @@ TEST_F(Convert, RoundTripsThroughEveryLosslessFormat) {
   expectNoTemporaryFiles(directory);
 }
 
+// Values the type holds convert as the library converts them; others are refused unless clamped
+// or rescaled.
 TEST_F(Convert, TypeConvertsLikeTheLibrary) {
-  DatasetHandle source = makeDataset(DatasetCoordinates(4, 1, 1, 1, 1), TARV_ELEMENT_TYPE_FLOAT,
-                                     [](int x, int, int, int) { return std::vector<double>{2.7, -1.7, 300, 0.5}[x]; });
-  writeRaw(GetRawPtr(source), file("a.raw"));
+  DatasetHandle inRange = makeDataset(DatasetCoordinates(4, 1, 1, 1, 1), TARV_ELEMENT_TYPE_FLOAT,
+                                      [](int x, int, int, int) { return std::vector<double>{2.7, 1.2, 200, 0.5}[x]; });
+  writeRaw(GetRawPtr(inRange), file("a.raw"));
   const RunResult result = run({"convert", "a.raw", "b.tif", "--raw-size", "4,1,1", "--raw-type", "float", "--type", "uint8"});
   ASSERT_EQ(result.status, 0) << result.err;
   DatasetHandle converted = readPagedTiff(file("b.tif"));
@@ -253,8 +255,41 @@ TEST_F(Convert, TypeConvertsLikeTheLibrary) {
   ASSERT_EQ(d->getElementType(), TARV_ELEMENT_TYPE_UNSIGNED_CHAR);
   for (int x = 0; x < 4; ++x) {
     const DatasetCoordinates c(x, 0, 0, 0, 0);
-    EXPECT_EQ(d->getElement<int>(c), static_cast<int>(GetRawPtr(source)->getElement<unsigned char>(c))) << x;
+    EXPECT_EQ(d->getElement<int>(c), static_cast<int>(GetRawPtr(inRange)->getElement<unsigned char>(c))) << x;
   }
+
+  DatasetHandle outside = makeDataset(DatasetCoordinates(4, 1, 1, 1, 1), TARV_ELEMENT_TYPE_FLOAT,
+                                      [](int x, int, int, int) { return std::vector<double>{2.7, -1.7, 300, 0.5}[x]; });
+  writeRaw(GetRawPtr(outside), file("c.raw"));
+  for (const char* out : {"d.tif", "d.png"}) {
+    SCOPED_TRACE(out);
+    expectOneLineError(run({"convert", "c.raw", out, "--raw-size", "4,1,1", "--raw-type", "float", "--type", "uint8"}),
+                       {out, "values -1.7 .. 300 do not fit uint8 (0 .. 255): give --clamp or --rescale LOW,HIGH"});
+    EXPECT_FALSE(std::filesystem::exists(file(out)));
+    ASSERT_EQ(run({"convert", "c.raw", out, "--raw-size", "4,1,1", "--raw-type", "float", "--type", "uint8", "--clamp"}).status, 0);
+  }
+  DatasetHandle clamped = readPagedTiff(file("d.tif"));
+  const std::vector<int> expected{2, 0, 255, 0};
+  for (int x = 0; x < 4; ++x) EXPECT_EQ(GetRawPtr(clamped)->getElement<int>(DatasetCoordinates(x, 0, 0, 0, 0)), expected[x]) << x;
+  // --rescale maps -1.7 .. 300 onto 0 .. 100 first.
+  ASSERT_EQ(run({"convert", "c.raw", "e.tif", "--raw-size", "4,1,1", "--raw-type", "float", "--type", "uint8", "--rescale", "0,100"}).status, 0);
+  DatasetHandle rescaled = readPagedTiff(file("e.tif"));
+  EXPECT_EQ(GetRawPtr(rescaled)->getElement<int>(DatasetCoordinates(1, 0, 0, 0, 0)), 0);
+  EXPECT_EQ(GetRawPtr(rescaled)->getElement<int>(DatasetCoordinates(2, 0, 0, 0, 0)), 100);
+  expectOneLineError(run({"convert", "c.raw", "f.tif", "--raw-size", "4,1,1", "--raw-type", "float", "--type", "uint8", "--rescale", "0,300"}),
+                     {"--rescale 0,300", "uint8"});
+}
+
+// TARV1's 16-bit samples cannot hold a range of more than 65535 steps: refused, not wrapped.
+TEST_F(Convert, Tarv1RefusesRangesItCannotHold) {
+  DatasetHandle wide = makeDataset(DatasetCoordinates(3, 1, 1, 1, 1), TARV_ELEMENT_TYPE_SIGNED_INT,
+                                   [](int x, int, int, int) { return std::vector<double>{-1024, 0, 70000}[x]; });
+  writeRaw(GetRawPtr(wide), file("wide.raw"));
+  expectOneLineError(run({"convert", "wide.raw", "wide.tarv", "--raw-size", "3,1,1", "--raw-type", "int32"}),
+                     {"wide.tarv", "TARV1 cannot hold values -1024 .. 70000"});
+  EXPECT_FALSE(std::filesystem::exists(file("wide.tarv")));
+  ASSERT_EQ(run({"convert", "wide.raw", "wide.tarv", "--raw-size", "3,1,1", "--raw-type", "int32", "--rescale", "0,1000"}).status, 0);
+  expectNoTemporaryFiles(directory);
 }
 
 TEST_F(Convert, TimeChoosesOneStepForFormatsOfOneStep) {
