@@ -40,6 +40,7 @@ set(TARV_DATASET_SOURCES
   formats/NiftiFormat.cpp
   formats/TiffStackFormat.cpp
   formats/ValueConversion.cpp
+  formats/VtkImageFiles.cpp
   formats/ContiguousElements.cpp
   formats/SlabWriters.cpp
   formats/TiffMessages.cpp

@@ -26,6 +26,7 @@
 #include "formats/TiffMessages.h"
 #include "formats/TiffStackFormat.h"
 #include "formats/ValueConversion.h"
+#include "formats/VtkImageFiles.h"
 
 namespace tarv::formats {
 
@@ -43,11 +44,11 @@ constexpr std::array<FormatDescription, 11> kFormats = {{
     {FileFormat::raw,       "raw",      "",                     "raw",            ".raw",       false, true,  0,     false,
      "headerless samples: layout by the --raw-* options"},
     {FileFormat::png,       "png",      "",                     "PNG",            ".png",       false, false, 1,     true,
-     "one plane of uint8 or uint16"},
+     "one plane of uint8 or uint16, rows top down; RGB(A) and palettes read as components"},
     {FileFormat::jpeg,      "jpeg",     "jpg",                  "JPEG",           ".jpg .jpeg", false, false, 1,     true,
-     "one plane of uint8"},
+     "one plane of uint8, rows top down; RGB read as components"},
     {FileFormat::vti,       "vti",      "",                     "VTK image data", ".vti",       false, false, 1,     false,
-     "VTK XML image data: x, y, z with spacing and origin"},
+     "VTK XML image data: x, y, z, components; spacing, origin, extent, direction"},
     {FileFormat::nifti,     "nifti",    "nii",                  "NIfTI",          ".nii",       false, true,  0,     false,
      "NIfTI-1/-2: x, y, z, t, components; orientation, scl_slope/scl_inter"},
     {FileFormat::niftiGz,   "nifti-gz", "nii.gz",               "NIfTI (gzip)",   ".nii.gz",    false, true,  0,     false,
@@ -95,15 +96,6 @@ Status checkElementCount(const DatasetCoordinates& size) {
   return okStatus();
 }
 
-std::unique_ptr<VTKDatasetFileReadWrite> makeVtkReadWrite(FileFormat format) {
-  switch (format) {
-    case FileFormat::vtkTiff: return std::make_unique<TIFFDatasetFileReadWrite>();
-    case FileFormat::png: return std::make_unique<PNGDatasetFileReadWrite>();
-    case FileFormat::jpeg: return std::make_unique<JPEGDatasetFileReadWrite>();
-    case FileFormat::vti: return std::make_unique<VTIDatasetFileReadWrite>();
-    default: return nullptr;
-  }
-}
 
 
 // A file-backed dataset with the module, opened on path.
@@ -147,12 +139,11 @@ Result<OpenedFile> readTarv1(const std::string& path, bool lazy) {
 }
 
 Result<OpenedFile> readWithVtk(const std::string& path, FileFormat format) {
-  std::unique_ptr<VTKDatasetFileReadWrite> reader = makeVtkReadWrite(format);
+  Result<DatasetHandle> handle = readVtkImageFile(path, format);
+  if (!handle.ok()) return handle.status();
   OpenedFile opened;
   opened.format = format;
-  opened.handle = new Dataset(true);
-  reader->setFileName(path);
-  if (Status status = readVtkFile(*reader, GetRawPtr(opened.handle), 0); !status.ok()) return status;
+  opened.handle = *handle;
   return opened;
 }
 
@@ -331,11 +322,7 @@ bool formatHoldsElementType(FileFormat format, TARVElementType type) {
              type == TARV_ELEMENT_TYPE_FLOAT;
     case FileFormat::png: return type == TARV_ELEMENT_TYPE_UNSIGNED_CHAR || type == TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT;
     case FileFormat::jpeg: return type == TARV_ELEMENT_TYPE_UNSIGNED_CHAR;
-    // 64-bit integers would be written, but VTK reads them back as a type the library does not take.
-    case FileFormat::vti:
-      return isStorableElementType(type) && type != TARV_ELEMENT_TYPE_SIGNED_LONG_INT &&
-             type != TARV_ELEMENT_TYPE_UNSIGNED_LONG_INT && type != TARV_ELEMENT_TYPE_LONG_DOUBLE;
-    case FileFormat::nifti:
+    case FileFormat::vti: return isStorableElementType(type) && type != TARV_ELEMENT_TYPE_LONG_DOUBLE;    case FileFormat::nifti:
     case FileFormat::niftiGz: return niftiHoldsElementType(type);
     case FileFormat::tiffStack: return tiffStackHoldsElementType(type);
     case FileFormat::dicom: return false;
@@ -439,11 +426,7 @@ Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat fo
     case FileFormat::vtkTiff:
     case FileFormat::png:
     case FileFormat::jpeg:
-    case FileFormat::vti: {
-      std::unique_ptr<VTKDatasetFileReadWrite> writer = makeVtkReadWrite(format);
-      writer->setFileName(path);
-      return writeVtkFile(*writer, dataset, 0);
-    }
+    case FileFormat::vti: return writeVtkImageFile(dataset, path, format);
     case FileFormat::nifti:
     case FileFormat::niftiGz: return writeNiftiFile(dataset, path, format == FileFormat::niftiGz);
     case FileFormat::tiffStack: return writeTiffStack(dataset, path);

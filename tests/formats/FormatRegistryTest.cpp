@@ -43,7 +43,8 @@ TEST(FormatRegistry, HelpTableHasOneAlignedLinePerFormat) {
 TEST(FormatRegistry, ElementTypesAndShapes) {
   EXPECT_TRUE(formats::formatHoldsElementType(FileFormat::pagedTiff, TARV_ELEMENT_TYPE_BOOL));
   EXPECT_FALSE(formats::formatHoldsElementType(FileFormat::pagedTiff, TARV_ELEMENT_TYPE_DOUBLE));
-  EXPECT_FALSE(formats::formatHoldsElementType(FileFormat::vti, TARV_ELEMENT_TYPE_SIGNED_LONG_INT));
+  EXPECT_TRUE(formats::formatHoldsElementType(FileFormat::vti, TARV_ELEMENT_TYPE_SIGNED_LONG_INT));
+  EXPECT_FALSE(formats::formatHoldsElementType(FileFormat::vti, TARV_ELEMENT_TYPE_LONG_DOUBLE));
   EXPECT_EQ(formats::elementTypesHeldBy(FileFormat::png), "uint8, uint16");
   const Status type = formats::checkFormatHoldsElementType(FileFormat::jpeg, TARV_ELEMENT_TYPE_FLOAT);
   EXPECT_EQ(type.code(), StatusCode::unsupported);

@@ -399,6 +399,7 @@ TEST_F(Slice, WindowsOnePlaneToEightBits) {
   writeTarv1Volume();
   const RunResult result = run({"slice", "volume.tarv", "plane.png", "--z", "2", "--t", "1", "--window", "90,110"});
   ASSERT_EQ(result.status, 0) << result.err;
+  // Row 0 of the plane is the image's top row; VTK's PNG class counts rows from the bottom.
   PNGDatasetFileReadWrite reader;
   reader.setFileName(file("plane.png"));
   Dataset image(true);
@@ -409,7 +410,7 @@ TEST_F(Slice, WindowsOnePlaneToEightBits) {
     for (int x = 0; x < 5; ++x) {
       const double value = x + 5 * y + 40 + 60;
       const double expected = std::clamp(std::round((value - 90) * 255.0 / 20.0), 0.0, 255.0);
-      EXPECT_EQ(image.getElement<double>(DatasetCoordinates(x, y, 0, 0, 0)), expected) << x << "," << y;
+      EXPECT_EQ(image.getElement<double>(DatasetCoordinates(x, 3 - y, 0, 0, 0)), expected) << x << "," << y;
     }
 
   // Without a window, the plane's own range.

@@ -348,3 +348,105 @@ def test_dicom_refusals_name_what_is_unsupported(tmp_path):
     result = tarv("info", tmp_path / "empty", ok=False)
     assert result.returncode == 1 and "no DICOM files in the folder" in result.stderr
     assert volume.shape == (4, 5, 7)
+
+
+from PIL import Image  # noqa: E402
+
+
+@pytest.mark.parametrize("mode", ["L", "I;16", "RGB", "RGBA", "P"])
+def test_pil_png_rows_top_down_with_every_component(tmp_path, mode):
+    random = np.random.default_rng(31)
+    if mode == "I;16":
+        image = Image.fromarray(random.integers(0, 65536, size=(6, 9)).astype(np.uint16))
+    elif mode == "P":
+        image = Image.fromarray(random.integers(0, 4, size=(6, 9)).astype(np.uint8), "L").convert("P")
+        image.putpalette([10, 20, 30, 200, 100, 50, 0, 255, 0, 90, 90, 90] + [0] * 756)
+    else:
+        channels = {"L": (), "RGB": (3,), "RGBA": (4,)}[mode]
+        image = Image.fromarray(random.integers(0, 256, size=(6, 9) + channels).astype(np.uint8), mode)
+    image.save(tmp_path / "in.png")
+    # What PIL shows: rows top to bottom, a palette as its colours.
+    expected = np.asarray(image.convert("RGB") if mode == "P" else image)
+    tarv("convert", tmp_path / "in.png", tmp_path / "out.raw")
+    stored = np.fromfile(tmp_path / "out.raw", dtype=expected.dtype.newbyteorder("="))
+    assert np.array_equal(stored, expected.ravel()), mode
+
+
+def test_png_written_by_tarv_is_top_down_for_pil(tmp_path):
+    plane = np.arange(4 * 6, dtype=np.uint8).reshape(4, 6) * 10
+    plane.tofile(tmp_path / "in.raw")
+    tarv("convert", tmp_path / "in.raw", tmp_path / "out.png", "--raw-size", "6,4,1", "--raw-type", "uint8")
+    assert np.array_equal(np.asarray(Image.open(tmp_path / "out.png")), plane)
+    tarv("slice", tmp_path / "out.png", tmp_path / "slice.png", "--z", "0", "--window", "0,255")
+    assert np.array_equal(np.asarray(Image.open(tmp_path / "slice.png")), plane)
+
+
+def test_jpeg_rows_top_down(tmp_path):
+    plane = np.zeros((16, 16), np.uint8)
+    plane[:8] = 250
+    Image.fromarray(plane).save(tmp_path / "in.jpg", quality=100)
+    expected = np.asarray(Image.open(tmp_path / "in.jpg"))
+    tarv("convert", tmp_path / "in.jpg", tmp_path / "out.raw")
+    assert np.array_equal(np.fromfile(tmp_path / "out.raw", dtype=np.uint8).reshape(16, 16), expected)
+
+
+vtk = pytest.importorskip("vtk")
+from vtk.util import numpy_support  # noqa: E402
+
+
+def write_vti(path, array, extent_start=(0, 0, 0), direction=None, cell=False, origin=(1.5, -2.0, 3.0)):
+    image = vtk.vtkImageData()
+    z, y, x = array.shape[:3]
+    sx, sy, sz = extent_start
+    image.SetExtent(sx, sx + x - 1, sy, sy + y - 1, sz, sz + z - 1)
+    image.SetSpacing(0.5, 0.75, 2.0)
+    image.SetOrigin(*origin)
+    if direction is not None:
+        image.SetDirectionMatrix(*np.asarray(direction).ravel())
+    components = array.shape[3] if array.ndim == 4 else 1
+    scalars = numpy_support.numpy_to_vtk(array.reshape(-1, components), deep=True)
+    scalars.SetName("values")
+    if cell:
+        image.GetCellData().SetScalars(scalars)
+    else:
+        image.GetPointData().SetScalars(scalars)
+    writer = vtk.vtkXMLImageDataWriter()
+    writer.SetFileName(str(path))
+    writer.SetInputData(image)
+    assert writer.Write() == 1
+
+
+def test_vti_extent_direction_and_components(tmp_path):
+    random = np.random.default_rng(41)
+    data = random.standard_normal((3, 4, 5, 3)).astype(np.float32)
+    rotation = np.array([[0.0, -1.0, 0.0], [1.0, 0.0, 0.0], [0.0, 0.0, 1.0]])
+    write_vti(tmp_path / "in.vti", data, extent_start=(2, 3, 1), direction=rotation)
+    fields = info(tmp_path / "in.vti")
+    assert fields["components"] == "3"
+    # The first voxel sits at origin + direction (extent start ⊙ spacing).
+    first = np.array([1.5, -2.0, 3.0]) + rotation @ (np.array([2, 3, 1]) * [0.5, 0.75, 2.0])
+    assert np.allclose([float(v) for v in fields["origin"].split(" (")[0].split(",")], first, atol=1e-6)
+    directions = [[float(v) for v in axis.split(",")] for axis in fields["direction"].split("  (")[0].split("/")]
+    assert np.allclose(directions, rotation.T, atol=1e-9)
+    tarv("convert", tmp_path / "in.vti", tmp_path / "out.raw")
+    assert np.array_equal(np.fromfile(tmp_path / "out.raw", dtype=np.float32), data.ravel())
+
+
+@pytest.mark.parametrize("dtype", [np.int64, np.uint64, np.int8, np.float64])
+def test_vti_element_types_round_trip(tmp_path, dtype):
+    data = (np.arange(24).reshape(2, 3, 4) * 3 - (5 if np.dtype(dtype).kind != "u" else 0)).astype(dtype)
+    write_vti(tmp_path / "in.vti", data)
+    tarv("convert", tmp_path / "in.vti", tmp_path / "out.raw")
+    assert np.array_equal(np.fromfile(tmp_path / "out.raw", dtype=dtype), data.ravel())
+    tarv("convert", tmp_path / "in.vti", tmp_path / "again.vti")
+    reader = vtk.vtkXMLImageDataReader()
+    reader.SetFileName(str(tmp_path / "again.vti"))
+    reader.Update()
+    back = numpy_support.vtk_to_numpy(reader.GetOutput().GetPointData().GetScalars())
+    assert np.array_equal(back.astype(dtype), data.ravel())
+
+
+def test_vti_refusals_say_what(tmp_path):
+    write_vti(tmp_path / "cells.vti", np.zeros((2, 3, 4), np.float32), cell=True)
+    result = tarv("info", tmp_path / "cells.vti", ok=False)
+    assert result.returncode == 1 and "cell data" in result.stderr
