@@ -37,6 +37,7 @@ set(TARV_DATASET_SOURCES
   formats/FileStatus.cpp
   formats/FormatRegistry.cpp
   formats/DicomSeries.cpp
+  formats/MetaImageFormat.cpp
   formats/NiftiFormat.cpp
   formats/TiffStackFormat.cpp
   formats/ValueConversion.cpp

@@ -22,6 +22,7 @@
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/DicomSeries.h"
 #include "formats/FileStatus.h"
+#include "formats/MetaImageFormat.h"
 #include "formats/NiftiFormat.h"
 #include "formats/TiffMessages.h"
 #include "formats/TiffStackFormat.h"
@@ -33,7 +34,7 @@ namespace tarv::formats {
 namespace {
 
 // clang-format off
-constexpr std::array<FormatDescription, 11> kFormats = {{
+constexpr std::array<FormatDescription, 12> kFormats = {{
     // format,              name,       aliases,                display name,     extensions,   lazy,  time,  comp., plane, holds
     {FileFormat::tarv1,     "tarv1",    "tarv",                 "TARV1",          ".tarv",      true,  true,  1,     false,
      "TARV1: x, y, z, t; 16-bit quantised values, read back as float"},
@@ -57,6 +58,8 @@ constexpr std::array<FormatDescription, 11> kFormats = {{
      "TIFF pages as z slices (strips or tiles, any codec of libtiff): 8..64-bit samples; no geometry"},
     {FileFormat::dicom,     "dicom",    "dcm",                  "DICOM",          ".dcm",       false, false, 3,     false,
      "DICOM series (a folder or a file) through GDCM: orientation, rescale; read only", false},
+    {FileFormat::metaImage, "metaimage", "mha|mhd",             "MetaImage",      ".mha .mhd",  false, true,  0,     false,
+     "MetaImage (MetaIO): x, y, z, t, channels; spacing, position, direction; written with its data inside"},
 }};
 // clang-format on
 
@@ -138,8 +141,10 @@ Result<OpenedFile> readTarv1(const std::string& path, bool lazy) {
   return opened;
 }
 
-Result<OpenedFile> readWithVtk(const std::string& path, FileFormat format) {
-  Result<DatasetHandle> handle = readVtkImageFile(path, format);
+// A file read whole into memory by the format's reader.
+template <typename Reader>
+Result<OpenedFile> readInMemory(const std::string& path, FileFormat format, Reader&& read) {
+  Result<DatasetHandle> handle = read(path);
   if (!handle.ok()) return handle.status();
   OpenedFile opened;
   opened.format = format;
@@ -148,30 +153,7 @@ Result<OpenedFile> readWithVtk(const std::string& path, FileFormat format) {
 }
 
 Result<OpenedFile> readStack(const std::string& path) {
-  Result<DatasetHandle> handle = readTiffStack(path);
-  if (!handle.ok()) return handle.status();
-  OpenedFile opened;
-  opened.format = FileFormat::tiffStack;
-  opened.handle = *handle;
-  return opened;
-}
-
-Result<OpenedFile> readDicom(const std::string& path, const std::string& series) {
-  Result<DatasetHandle> handle = readDicomSeries(path, series);
-  if (!handle.ok()) return handle.status();
-  OpenedFile opened;
-  opened.format = FileFormat::dicom;
-  opened.handle = *handle;
-  return opened;
-}
-
-Result<OpenedFile> readNifti(const std::string& path, FileFormat format) {
-  Result<DatasetHandle> handle = readNiftiFile(path);
-  if (!handle.ok()) return handle.status();
-  OpenedFile opened;
-  opened.format = format;
-  opened.handle = *handle;
-  return opened;
+  return readInMemory(path, FileFormat::tiffStack, readTiffStack);
 }
 
 Result<OpenedFile> readPagedTiff(const std::string& path, const ReadRequest& request) {
@@ -270,6 +252,7 @@ std::optional<FileFormat> probeFileFormat(const std::string& path) {
   if ((startsWith("<?xml") || startsWith("<VTKFile")) && head.find("<VTKFile") != std::string::npos &&
       head.find("ImageData") != std::string::npos)
     return FileFormat::vti;
+  if (startsWith("ObjectType") || startsWith("NDims")) return FileFormat::metaImage;
   if (looksLikeNiftiHeader(path)) return startsWith("\x1f\x8b") ? FileFormat::niftiGz : FileFormat::nifti;
   return std::nullopt;
 }
@@ -326,6 +309,7 @@ bool formatHoldsElementType(FileFormat format, TARVElementType type) {
     case FileFormat::niftiGz: return niftiHoldsElementType(type);
     case FileFormat::tiffStack: return tiffStackHoldsElementType(type);
     case FileFormat::dicom: return false;
+    case FileFormat::metaImage: return metaImageHoldsElementType(type);
   }
   return false;
 }
@@ -379,16 +363,22 @@ Result<OpenedFile> readDatasetFile(const std::string& path, const ReadRequest& r
     if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
   Result<OpenedFile> opened = invalidArgumentError("unknown format");
   switch (request.format) {
-    case FileFormat::dicom: opened = readDicom(path, request.dicomSeries); break;
+    case FileFormat::dicom:
+      opened = readInMemory(path, FileFormat::dicom,
+                            [&](const std::string& p) { return readDicomSeries(p, request.dicomSeries); });
+      break;
+    case FileFormat::metaImage: opened = readInMemory(path, FileFormat::metaImage, readMetaImageFile); break;
     case FileFormat::tarv1: opened = readTarv1(path, request.lazy); break;
     case FileFormat::pagedTiff: opened = readPagedTiff(path, request); break;
     case FileFormat::raw: opened = readRaw(path, request.raw); break;
     case FileFormat::vtkTiff:
     case FileFormat::png:
     case FileFormat::jpeg:
-    case FileFormat::vti: opened = readWithVtk(path, request.format); break;
+    case FileFormat::vti:
+      opened = readInMemory(path, request.format, [&](const std::string& p) { return readVtkImageFile(p, request.format); });
+      break;
     case FileFormat::nifti:
-    case FileFormat::niftiGz: opened = readNifti(path, request.format); break;
+    case FileFormat::niftiGz: opened = readInMemory(path, request.format, readNiftiFile); break;
     case FileFormat::tiffStack: opened = readStack(path); break;
   }
   if (!opened.ok()) return opened;
@@ -431,6 +421,7 @@ Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat fo
     case FileFormat::niftiGz: return writeNiftiFile(dataset, path, format == FileFormat::niftiGz);
     case FileFormat::tiffStack: return writeTiffStack(dataset, path);
     case FileFormat::dicom: break;
+    case FileFormat::metaImage: return writeMetaImageFile(dataset, path);
   }
   return invalidArgumentError("unknown format");
 }

@@ -18,7 +18,7 @@
 
 namespace tarv::formats {
 
-enum class FileFormat { tarv1, pagedTiff, vtkTiff, raw, png, jpeg, vti, nifti, niftiGz, tiffStack, dicom };
+enum class FileFormat { tarv1, pagedTiff, vtkTiff, raw, png, jpeg, vti, nifti, niftiGz, tiffStack, dicom, metaImage };
 
 struct FormatDescription {
   FileFormat format;

@@ -38,6 +38,7 @@ TEST(ValueConversion, TheFitCheckNamesBothRanges) {
   Dataset ct(true);
   ct.newDataset(DatasetCoordinates(3, 1, 1, 1, 1), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT, DatasetWorldEmbedding());
   ct.setElement<int>(DatasetCoordinates(0, 0, 0, 0, 0), -1000);
+  ct.setElement<int>(DatasetCoordinates(1, 0, 0, 0, 0), 40);
   ct.setElement<int>(DatasetCoordinates(2, 0, 0, 0, 0), 3000);
   EXPECT_EQ(formats::checkValuesFit(&ct, TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT).message(),
             "values -1000 .. 3000 do not fit uint16 (0 .. 65535)");

@@ -450,3 +450,84 @@ def test_vti_refusals_say_what(tmp_path):
     write_vti(tmp_path / "cells.vti", np.zeros((2, 3, 4), np.float32), cell=True)
     result = tarv("info", tmp_path / "cells.vti", ok=False)
     assert result.returncode == 1 and "cell data" in result.stderr
+
+
+def write_metaimage(path, data, spacing, offset, matrix, channels=1, compressed=False, separate=False):
+    """A MetaImage written by hand, as ITK writes them: TransformMatrix rows are the voxel axes."""
+    import zlib
+    z, y, x = data.shape[:3]
+    met = {np.dtype(np.int16): "MET_SHORT", np.dtype(np.uint8): "MET_UCHAR", np.dtype(np.float32): "MET_FLOAT",
+           np.dtype(np.float64): "MET_DOUBLE", np.dtype(np.uint16): "MET_USHORT"}[data.dtype]
+    payload = np.ascontiguousarray(data).astype(data.dtype.newbyteorder("<")).tobytes()
+    if compressed:
+        payload = zlib.compress(payload)
+    lines = ["ObjectType = Image", "NDims = 3", "BinaryData = True", "BinaryDataByteOrderMSB = False",
+             f"CompressedData = {'True' if compressed else 'False'}"]
+    if compressed:
+        lines.append(f"CompressedDataSize = {len(payload)}")
+    lines += ["TransformMatrix = " + " ".join(f"{v:.10g}" for v in np.asarray(matrix).ravel()),
+              "Offset = " + " ".join(f"{v:.10g}" for v in offset),
+              "CenterOfRotation = 0 0 0", "AnatomicalOrientation = RAI",
+              "ElementSpacing = " + " ".join(f"{v:.10g}" for v in spacing),
+              f"DimSize = {x} {y} {z}"]
+    if channels > 1:
+        lines.append(f"ElementNumberOfChannels = {channels}")
+    lines.append(f"ElementType = {met}")
+    if separate:
+        (path.parent / (path.stem + ".raw")).write_bytes(payload)
+        lines.append(f"ElementDataFile = {path.stem}.raw")
+        path.write_text("\n".join(lines) + "\n")
+    else:
+        lines.append("ElementDataFile = LOCAL")
+        path.write_bytes(("\n".join(lines) + "\n").encode() + payload)
+
+
+@pytest.mark.parametrize("compressed,separate", [(False, False), (True, False), (False, True)])
+def test_metaimage_reads_geometry_and_values(tmp_path, compressed, separate):
+    data = ct_like((4, 5, 6), seed=9)
+    matrix = np.array([[0.0, 1.0, 0.0], [-1.0, 0.0, 0.0], [0.0, 0.0, 1.0]])
+    name = "ct.mhd" if separate else "ct.mha"
+    write_metaimage(tmp_path / name, data, (0.5, 0.6, 2.0), (-10.0, 20.5, 7.25), matrix,
+                    compressed=compressed, separate=separate)
+    fields = info(tmp_path / name)
+    assert fields["format"] == "MetaImage"
+    assert fields["size"] == "6 x 5 x 4"
+    directions = [[float(v) for v in axis.split(",")] for axis in fields["direction"].split("  (")[0].split("/")]
+    assert np.allclose(directions, matrix, atol=1e-9)
+    assert np.allclose([float(v) for v in fields["origin"].split(" (")[0].split(",")], [-10.0, 20.5, 7.25])
+    tarv("convert", tmp_path / name, tmp_path / "out.raw")
+    assert np.array_equal(raw_voxels(tmp_path / "out.raw", np.int16, data.shape), data)
+
+
+def test_metaimage_written_by_tarv_reads_in_vtk(tmp_path):
+    data = np.random.default_rng(4).standard_normal((3, 4, 5, 2)).astype(np.float32)
+    write_metaimage(tmp_path / "in.mha", data, (1.0, 2.0, 3.0), (4.0, 5.0, 6.0), np.eye(3), channels=2)
+    tarv("convert", tmp_path / "in.mha", tmp_path / "out.mha")
+    reader = vtk.vtkMetaImageReader()
+    reader.SetFileName(str(tmp_path / "out.mha"))
+    reader.Update()
+    image = reader.GetOutput()
+    assert image.GetDimensions() == (5, 4, 3)
+    assert np.allclose(image.GetSpacing(), (1.0, 2.0, 3.0)) and np.allclose(image.GetOrigin(), (4.0, 5.0, 6.0))
+    back = numpy_support.vtk_to_numpy(image.GetPointData().GetScalars())
+    assert np.array_equal(back.reshape(data.shape), data)
+    header = (tmp_path / "out.mha").read_bytes().split(b"ElementDataFile")[0].decode()
+    assert "TransformMatrix = 1 0 0 0 1 0 0 0 1" in header
+
+
+def test_metaimage_refusals(tmp_path):
+    (tmp_path / "bad.mha").write_text("ObjectType = Image\nNDims = 3\nDimSize = 4 4\nElementType = MET_SHORT\n"
+                                      "ElementDataFile = LOCAL\n")
+    result = tarv("info", tmp_path / "bad.mha", ok=False)
+    assert result.returncode == 1
+    write_metaimage(tmp_path / "short.mhd", ct_like((2, 3, 4)), (1, 1, 1), (0, 0, 0), np.eye(3), separate=True)
+    raw = tmp_path / "short.raw"
+    raw.write_bytes(raw.read_bytes()[:10])
+    result = tarv("info", tmp_path / "short.mhd", ok=False)
+    assert result.returncode == 1
+    assert "the data holds 10 bytes, the header describes 48 (truncated)" in result.stderr
+    write_metaimage(tmp_path / "packed.mha", ct_like((8, 9, 10)), (1, 1, 1), (0, 0, 0), np.eye(3), compressed=True)
+    packed = (tmp_path / "packed.mha").read_bytes()
+    (tmp_path / "packed.mha").write_bytes(packed[:-40])
+    result = tarv("info", tmp_path / "packed.mha", ok=False)
+    assert result.returncode == 1 and "(truncated or damaged)" in result.stderr
