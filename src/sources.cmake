@@ -39,6 +39,7 @@ set(TARV_DATASET_SOURCES
   formats/DicomSeries.cpp
   formats/MetaImageFormat.cpp
   formats/NiftiFormat.cpp
+  formats/NrrdFormat.cpp
   formats/TiffStackFormat.cpp
   formats/ValueConversion.cpp
   formats/VtkImageFiles.cpp

@@ -24,6 +24,7 @@
 #include "formats/FileStatus.h"
 #include "formats/MetaImageFormat.h"
 #include "formats/NiftiFormat.h"
+#include "formats/NrrdFormat.h"
 #include "formats/TiffMessages.h"
 #include "formats/TiffStackFormat.h"
 #include "formats/ValueConversion.h"
@@ -34,7 +35,7 @@ namespace tarv::formats {
 namespace {
 
 // clang-format off
-constexpr std::array<FormatDescription, 12> kFormats = {{
+constexpr std::array<FormatDescription, 13> kFormats = {{
     // format,              name,       aliases,                display name,     extensions,   lazy,  time,  comp., plane, holds
     {FileFormat::tarv1,     "tarv1",    "tarv",                 "TARV1",          ".tarv",      true,  true,  1,     false,
      "TARV1: x, y, z, t; 16-bit quantised values, read back as float"},
@@ -60,6 +61,8 @@ constexpr std::array<FormatDescription, 12> kFormats = {{
      "DICOM series (a folder or a file) through GDCM: orientation, rescale; read only", false},
     {FileFormat::metaImage, "metaimage", "mha|mhd",             "MetaImage",      ".mha .mhd",  false, true,  0,     false,
      "MetaImage (MetaIO): x, y, z, t, channels; spacing, position, direction; written with its data inside"},
+    {FileFormat::nrrd,      "nrrd",     "nhdr",                 "NRRD",           ".nrrd .nhdr", false, true, 0,     false,
+     "NRRD (teem): x, y, z, t, components; space directions and origin; read only", false},
 }};
 // clang-format on
 
@@ -253,6 +256,7 @@ std::optional<FileFormat> probeFileFormat(const std::string& path) {
       head.find("ImageData") != std::string::npos)
     return FileFormat::vti;
   if (startsWith("ObjectType") || startsWith("NDims")) return FileFormat::metaImage;
+  if (startsWith("NRRD000")) return FileFormat::nrrd;
   if (looksLikeNiftiHeader(path)) return startsWith("\x1f\x8b") ? FileFormat::niftiGz : FileFormat::nifti;
   return std::nullopt;
 }
@@ -310,6 +314,7 @@ bool formatHoldsElementType(FileFormat format, TARVElementType type) {
     case FileFormat::tiffStack: return tiffStackHoldsElementType(type);
     case FileFormat::dicom: return false;
     case FileFormat::metaImage: return metaImageHoldsElementType(type);
+    case FileFormat::nrrd: return false;
   }
   return false;
 }
@@ -368,6 +373,7 @@ Result<OpenedFile> readDatasetFile(const std::string& path, const ReadRequest& r
                             [&](const std::string& p) { return readDicomSeries(p, request.dicomSeries); });
       break;
     case FileFormat::metaImage: opened = readInMemory(path, FileFormat::metaImage, readMetaImageFile); break;
+    case FileFormat::nrrd: opened = readInMemory(path, FileFormat::nrrd, readNrrdFile); break;
     case FileFormat::tarv1: opened = readTarv1(path, request.lazy); break;
     case FileFormat::pagedTiff: opened = readPagedTiff(path, request); break;
     case FileFormat::raw: opened = readRaw(path, request.raw); break;
@@ -422,6 +428,7 @@ Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat fo
     case FileFormat::tiffStack: return writeTiffStack(dataset, path);
     case FileFormat::dicom: break;
     case FileFormat::metaImage: return writeMetaImageFile(dataset, path);
+    case FileFormat::nrrd: break;
   }
   return invalidArgumentError("unknown format");
 }

@@ -18,7 +18,7 @@
 
 namespace tarv::formats {
 
-enum class FileFormat { tarv1, pagedTiff, vtkTiff, raw, png, jpeg, vti, nifti, niftiGz, tiffStack, dicom, metaImage };
+enum class FileFormat { tarv1, pagedTiff, vtkTiff, raw, png, jpeg, vti, nifti, niftiGz, tiffStack, dicom, metaImage, nrrd };
 
 struct FormatDescription {
   FileFormat format;

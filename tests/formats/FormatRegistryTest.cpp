@@ -27,9 +27,9 @@ TEST(FormatRegistry, NamesAndExtensionsChooseFormats) {
   EXPECT_EQ(formats::formatFromExtension("dir.nii/ct.NII.GZ"), FileFormat::niftiGz);
   EXPECT_EQ(formats::formatFromExtension("ct.gz"), std::nullopt);
   EXPECT_EQ(formats::formatFromExtension(".nii"), std::nullopt);
-  EXPECT_EQ(formats::formatNameList(), "tarv1, tiff, vtk-tiff, raw, png, jpeg, vti, nifti, nifti-gz, tiff-stack, dicom, metaimage");
-  EXPECT_EQ(formats::formatExtensionList(), ".tarv, .tif, .tiff, .raw, .png, .jpg, .jpeg, .vti, .nii, .nii.gz, .dcm, .mha, .mhd");
-  EXPECT_EQ(formats::formatTable().size(), 12u);
+  EXPECT_EQ(formats::formatNameList(), "tarv1, tiff, vtk-tiff, raw, png, jpeg, vti, nifti, nifti-gz, tiff-stack, dicom, metaimage, nrrd");
+  EXPECT_EQ(formats::formatExtensionList(), ".tarv, .tif, .tiff, .raw, .png, .jpg, .jpeg, .vti, .nii, .nii.gz, .dcm, .mha, .mhd, .nrrd, .nhdr");
+  EXPECT_EQ(formats::formatTable().size(), 13u);
   EXPECT_STREQ(formats::describeFormat(FileFormat::vti).displayName, "VTK image data");
 }
 
@@ -37,7 +37,7 @@ TEST(FormatRegistry, HelpTableHasOneAlignedLinePerFormat) {
   const std::string table = formats::formatHelpTable();
   EXPECT_NE(table.find("  tarv1     .tarv        TARV1: "), std::string::npos) << table;
   EXPECT_NE(table.find("  vtk-tiff               TIFF through VTK"), std::string::npos) << table;
-  EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 12);
+  EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 13);
 }
 
 TEST(FormatRegistry, ElementTypesAndShapes) {
@@ -66,7 +66,7 @@ TEST(FormatRegistry, WritesAndReadsEveryFormat) {
   for (const formats::FormatDescription& format : formats::formatTable()) {
     SCOPED_TRACE(format.name);
     if (!format.writes) {
-      EXPECT_EQ(formats::writeDatasetFile(&d, dir.file("a.dcm"), format.format, formats::RawLayout()).message(),
+      EXPECT_EQ(formats::writeDatasetFile(&d, dir.file("a.out"), format.format, formats::RawLayout()).message(),
                 std::string(format.displayName) + " files are read, not written");
       continue;
     }

@@ -531,3 +531,70 @@ def test_metaimage_refusals(tmp_path):
     (tmp_path / "packed.mha").write_bytes(packed[:-40])
     result = tarv("info", tmp_path / "packed.mha", ok=False)
     assert result.returncode == 1 and "(truncated or damaged)" in result.stderr
+
+
+def write_nrrd(path, data, header_lines, encoding="raw", detached=False, endian="little"):
+    """A NRRD file written by hand from the format's text definition."""
+    import gzip
+    dtype = {np.dtype(np.int16): "short", np.dtype(np.uint8): "uchar", np.dtype(np.float32): "float",
+             np.dtype(np.float64): "double", np.dtype(np.uint16): "ushort", np.dtype(np.int64): "int64"}[data.dtype]
+    payload = np.ascontiguousarray(data).astype(data.dtype.newbyteorder("<" if endian == "little" else ">")).tobytes()
+    if encoding == "gzip":
+        payload = gzip.compress(payload)
+    sizes = " ".join(str(n) for n in reversed(data.shape))
+    lines = ["NRRD0004", f"type: {dtype}", f"dimension: {data.ndim}", f"sizes: {sizes}",
+             f"endian: {endian}", f"encoding: {encoding}"] + header_lines
+    if detached:
+        (path.parent / (path.stem + ".raw")).write_bytes(payload)
+        lines.append(f"data file: {path.stem}.raw")
+        path.write_text("\n".join(lines) + "\n")
+    else:
+        path.write_bytes(("\n".join(lines) + "\n\n").encode() + payload)
+
+
+@pytest.mark.parametrize("encoding,detached,endian", [("raw", False, "little"), ("gzip", False, "big"),
+                                                      ("raw", True, "big")])
+def test_nrrd_reads_geometry_and_values(tmp_path, encoding, detached, endian):
+    data = ct_like((4, 5, 6), seed=13)
+    name = "ct.nhdr" if detached else "ct.nrrd"
+    # RAS space: x and y change sign on the way to LPS.
+    write_nrrd(tmp_path / name, data, ["space: right-anterior-superior",
+                                       "space directions: (0,-0.5,0) (0.7,0,0) (0,0,2.5)",
+                                       "space origin: (10,-20,30)", "kinds: domain domain domain"],
+               encoding=encoding, detached=detached, endian=endian)
+    fields = info(tmp_path / name)
+    assert fields["format"] == "NRRD"
+    assert fields["size"] == "6 x 5 x 4"
+    assert np.allclose([float(v) for v in fields["origin"].split(" (")[0].split(",")], [-10, 20, 30])
+    assert np.allclose([float(v) for v in fields["spacing"].split(" (")[0].split(",")], [0.5, 0.7, 2.5])
+    directions = [[float(v) for v in axis.split(",")] for axis in fields["direction"].split("  (")[0].split("/")]
+    assert np.allclose(directions, [[0, 1, 0], [-1, 0, 0], [0, 0, 1]], atol=1e-12)
+    tarv("convert", tmp_path / name, tmp_path / "out.raw")
+    assert np.array_equal(raw_voxels(tmp_path / "out.raw", np.int16, data.shape), data)
+
+
+def test_nrrd_vectors_and_time(tmp_path):
+    vectors = np.random.default_rng(2).standard_normal((3, 4, 5, 3)).astype(np.float32)
+    # The vector axis is the fastest: the last of numpy's shape, the first of the header's.
+    write_nrrd(tmp_path / "v.nrrd", vectors, ["space: left-posterior-superior",
+                                              "space directions: none (1,0,0) (0,1,0) (0,0,1)",
+                                              "kinds: vector domain domain domain"])
+    assert info(tmp_path / "v.nrrd")["components"] == "3"
+    tarv("convert", tmp_path / "v.nrrd", tmp_path / "v.raw")
+    assert np.array_equal(np.fromfile(tmp_path / "v.raw", dtype=np.float32), vectors.ravel())
+    series = ct_like((2, 3, 4, 5), seed=3)
+    write_nrrd(tmp_path / "t.nrrd", series, ["kinds: domain domain domain time", "spacings: 1 1 1 2.5"])
+    fields = info(tmp_path / "t.nrrd")
+    assert fields["time steps"] == "2" and fields["spacing"].endswith("(t 2.5)")
+
+
+def test_nrrd_refusals(tmp_path):
+    write_nrrd(tmp_path / "short.nrrd", ct_like((3, 4, 5)), [])
+    cut = (tmp_path / "short.nrrd").read_bytes()[:-7]
+    (tmp_path / "short.nrrd").write_bytes(cut)
+    result = tarv("info", tmp_path / "short.nrrd", ok=False)
+    assert result.returncode == 1 and "NRRD data cannot be read" in result.stderr
+    (tmp_path / "huge.nrrd").write_text("NRRD0004\ntype: short\ndimension: 3\nsizes: 2147483647 2147483647 2\n"
+                                        "encoding: raw\nendian: little\n\n")
+    result = tarv("info", tmp_path / "huge.nrrd", ok=False)
+    assert result.returncode == 1 and "too large" in result.stderr

@@ -1,0 +1,196 @@
+#include "formats/NrrdFormat.h"
+
+#include <teem/biff.h>
+#include <teem/nrrd.h>
+
+#include <array>
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "dataset/Dataset.h"
+#include "formats/FileStatus.h"
+#include "formats/SampleTypes.h"
+
+namespace tarv::formats {
+
+namespace {
+
+struct NrrdFree {
+  void operator()(Nrrd* nrrd) const { nrrdNuke(nrrd); }
+};
+using NrrdHandle = std::unique_ptr<Nrrd, NrrdFree>;
+
+struct IoStateFree {
+  void operator()(NrrdIoState* state) const { nrrdIoStateNix(state); }
+};
+
+// teem's error messages live in one global store: one load at a time.
+std::mutex& teemMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+// The first line of teem's account of the last failure.
+std::string teemReason() {
+  char* text = biffGetDone(NRRD);
+  std::string reason = text != nullptr ? text : "";
+  std::free(text);
+  // The innermost reason is the last line.
+  while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' ')) reason.pop_back();
+  const std::size_t line = reason.rfind('\n');
+  if (line != std::string::npos) reason = reason.substr(line + 1);
+  const std::size_t start = reason.find_first_not_of(" [");
+  return start == std::string::npos ? std::string() : reason.substr(start);
+}
+
+TARVElementType elementTypeOfNrrdType(int type) {
+  switch (type) {
+    case nrrdTypeChar: return elementTypeOfSamples(SampleKind::signedInteger, 8);
+    case nrrdTypeUChar: return elementTypeOfSamples(SampleKind::unsignedInteger, 8);
+    case nrrdTypeShort: return elementTypeOfSamples(SampleKind::signedInteger, 16);
+    case nrrdTypeUShort: return elementTypeOfSamples(SampleKind::unsignedInteger, 16);
+    case nrrdTypeInt: return elementTypeOfSamples(SampleKind::signedInteger, 32);
+    case nrrdTypeUInt: return elementTypeOfSamples(SampleKind::unsignedInteger, 32);
+    case nrrdTypeLLong: return elementTypeOfSamples(SampleKind::signedInteger, 64);
+    case nrrdTypeULLong: return elementTypeOfSamples(SampleKind::unsignedInteger, 64);
+    case nrrdTypeFloat: return elementTypeOfSamples(SampleKind::floatingPoint, 32);
+    case nrrdTypeDouble: return elementTypeOfSamples(SampleKind::floatingPoint, 64);
+    default: return TARV_ELEMENT_TYPE_NO_TYPE;
+  }
+}
+
+bool hasSpaceDirection(const Nrrd& nrrd, unsigned int axis) {
+  return nrrd.spaceDim > 0 && nrrdSpaceVecExists(nrrd.spaceDim, nrrd.axis[axis].spaceDirection);
+}
+
+bool isDomainAxis(const Nrrd& nrrd, unsigned int axis) {
+  if (nrrd.spaceDim > 0) return hasSpaceDirection(nrrd, axis);
+  const int kind = nrrd.axis[axis].kind;
+  return kind == nrrdKindUnknown || kind == nrrdKindDomain || kind == nrrdKindSpace;
+}
+
+// The axes of the dataset: up to three domain axes in a row, optionally one axis of components
+// before them (the fastest) and one of time steps after them.
+struct AxisRoles {
+  int components = -1;
+  int firstSpace = -1;
+  int spaceCount = 0;
+  int time = -1;
+};
+
+Result<AxisRoles> axisRolesOf(const Nrrd& nrrd) {
+  AxisRoles roles;
+  for (unsigned int axis = 0; axis < nrrd.dim; ++axis) {
+    if (isDomainAxis(nrrd, axis) && roles.time < 0) {
+      if (roles.firstSpace < 0) roles.firstSpace = static_cast<int>(axis);
+      if (roles.firstSpace + roles.spaceCount != static_cast<int>(axis))
+        return unsupportedError("space axes that are not next to each other");
+      ++roles.spaceCount;
+    } else if (roles.firstSpace < 0 && roles.components < 0) {
+      roles.components = static_cast<int>(axis);
+    } else if (roles.firstSpace >= 0 && roles.time < 0) {
+      roles.time = static_cast<int>(axis);
+    } else {
+      return unsupportedError("axis " + std::to_string(axis) + " fits none of x, y, z, time or components");
+    }
+  }
+  if (roles.spaceCount < 1 || roles.spaceCount > 3)
+    return unsupportedError(std::to_string(roles.spaceCount) + " space axes (1 to 3 are read)");
+  return roles;
+}
+
+// +1 or -1 per world axis to bring the nrrd's space to LPS; empty for a space that is not one of
+// the patient spaces.
+Result<std::array<double, 3>> towardsLps(int space) {
+  switch (space) {
+    case nrrdSpaceLeftPosteriorSuperior:
+    case nrrdSpaceScannerXYZ: return std::array<double, 3>{1.0, 1.0, 1.0};
+    case nrrdSpaceRightAnteriorSuperior: return std::array<double, 3>{-1.0, -1.0, 1.0};
+    case nrrdSpaceLeftAnteriorSuperior: return std::array<double, 3>{1.0, -1.0, 1.0};
+    default: return unsupportedError("the space \"" + std::string(airEnumStr(nrrdSpace, space)) + "\" (not a patient space)");
+  }
+}
+
+Result<DatasetWorldEmbedding> embeddingOf(const Nrrd& nrrd, const AxisRoles& roles) {
+  double origin[4] = {0.0, 0.0, 0.0, 0.0};
+  double spacing[4] = {1.0, 1.0, 1.0, 1.0};
+  TransformationMatrix orientation;
+  orientation.makeIdentity();
+  if (nrrd.spaceDim > 0) {
+    if (nrrd.spaceDim != 3) return unsupportedError(std::to_string(nrrd.spaceDim) + "-dimensional space");
+    Result<std::array<double, 3>> sign = towardsLps(nrrd.space);
+    if (!sign.ok()) return sign.status();
+    for (int k = 0; k < 3; ++k) origin[k] = std::isfinite(nrrd.spaceOrigin[k]) ? (*sign)[k] * nrrd.spaceOrigin[k] : 0.0;
+    for (int a = 0; a < roles.spaceCount; ++a) {
+      const double* direction = nrrd.axis[roles.firstSpace + a].spaceDirection;
+      const double length = std::sqrt(direction[0] * direction[0] + direction[1] * direction[1] + direction[2] * direction[2]);
+      if (!(length > 0.0) || !std::isfinite(length)) return corruptError("a space direction without length");
+      spacing[a] = length;
+      for (int k = 0; k < 3; ++k) orientation(k, a) = (*sign)[k] * direction[k] / length;
+    }
+  } else {
+    for (int a = 0; a < roles.spaceCount; ++a) {
+      const double given = nrrd.axis[roles.firstSpace + a].spacing;
+      if (std::isfinite(given) && given > 0.0) spacing[a] = given;
+    }
+  }
+  if (roles.time >= 0 && std::isfinite(nrrd.axis[roles.time].spacing) && nrrd.axis[roles.time].spacing > 0.0)
+    spacing[3] = nrrd.axis[roles.time].spacing;
+  return DatasetWorldEmbedding(WorldCoordinates(origin[0], origin[1], origin[2], origin[3]),
+                               WorldCoordinates(spacing[0], spacing[1], spacing[2], spacing[3]), orientation);
+}
+
+}  // namespace
+
+Result<DatasetHandle> readNrrdFile(const std::string& path) {
+  if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
+  std::lock_guard lock(teemMutex());
+  // The header first: sizes are checked before anything is allocated for the data.
+  NrrdHandle header(nrrdNew());
+  std::unique_ptr<NrrdIoState, IoStateFree> headerOnly(nrrdIoStateNew());
+  if (!header || !headerOnly) return ioError("not enough memory to read it");
+  nrrdIoStateSet(headerOnly.get(), nrrdIoStateSkipData, AIR_TRUE);
+  if (nrrdLoad(header.get(), path.c_str(), headerOnly.get()) != 0)
+    return corruptError("not a readable NRRD file (teem: " + teemReason() + ")");
+  const TARVElementType type = elementTypeOfNrrdType(header->type);
+  if (type == TARV_ELEMENT_TYPE_NO_TYPE)
+    return unsupportedError("samples of type \"" + std::string(airEnumStr(nrrdType, header->type)) + "\"");
+  Result<AxisRoles> roles = axisRolesOf(*header);
+  if (!roles.ok()) return roles.status();
+  std::int64_t elements = 1;
+  for (unsigned int axis = 0; axis < header->dim; ++axis) {
+    const std::size_t size = header->axis[axis].size;
+    if (size < 1 || size > INT_MAX) return corruptError("an axis of " + std::to_string(size) + " samples");
+    elements *= static_cast<std::int64_t>(size);
+    if (elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
+  }
+  Result<DatasetWorldEmbedding> embedding = embeddingOf(*header, *roles);
+  if (!embedding.ok()) return embedding.status();
+  int extents[5] = {1, 1, 1, 1, 1};
+  for (int a = 0; a < roles->spaceCount; ++a) extents[a] = static_cast<int>(header->axis[roles->firstSpace + a].size);
+  if (roles->time >= 0) extents[3] = static_cast<int>(header->axis[roles->time].size);
+  if (roles->components >= 0) extents[4] = static_cast<int>(header->axis[roles->components].size);
+
+  NrrdHandle nrrd(nrrdNew());
+  if (!nrrd) return ioError("not enough memory to read it");
+  if (nrrdLoad(nrrd.get(), path.c_str(), nullptr) != 0)
+    return corruptError("the NRRD data cannot be read (teem: " + teemReason() + ")");
+  bool same = nrrd->dim == header->dim && nrrd->type == header->type && nrrd->data != nullptr;
+  for (unsigned int axis = 0; same && axis < nrrd->dim; ++axis) same = nrrd->axis[axis].size == header->axis[axis].size;
+  if (!same) return corruptError("the NRRD file changed while it was read");
+
+  auto* dataset = new Dataset(true);
+  DatasetHandle handle(dataset);
+  dataset->newDataset(DatasetCoordinates(extents[0], extents[1], extents[2], extents[3], extents[4]), type, *embedding);
+  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return ioError("not enough memory to read it");
+  // Components fastest, then x, y, z, t: the order of the nrrd's axes.
+  std::memcpy(dataset->getPlainElements(), nrrd->data, static_cast<std::size_t>(elements) * dataset->getElementByteSize());
+  return handle;
+}
+
+}  // namespace tarv::formats
