@@ -171,13 +171,27 @@ set(TARV_ELEMENTTYPES_HEADERS
 set(TARV_ENGINE_HEADERS
   engine/Evaluation.h)
 
-# Internal units: built into the library, their headers not installed.
-set(TARV_INTERNAL_HEADERS
-  status/Status.h
-  formats/FileStatus.h
+# The format registry: reading and writing every format by name or content (installed), with
+# Status and Result.
+set(TARV_FORMATS_HEADERS
   formats/FormatRegistry.h
   formats/SlabWriters.h
+  formats/ValueConversion.h)
+set(TARV_STATUS_HEADERS
+  status/Status.h)
+
+# Internal units: built into the library, their headers not installed.
+set(TARV_INTERNAL_HEADERS
+  formats/ContiguousElements.h
+  formats/DicomSeries.h
+  formats/FileStatus.h
+  formats/MetaImageFormat.h
+  formats/NiftiFormat.h
+  formats/NrrdFormat.h
+  formats/SampleTypes.h
   formats/TiffMessages.h
+  formats/TiffStackFormat.h
+  formats/VtkImageFiles.h
   formats/VtkMessages.h
   bulk/PlainElements.h
   bulk/RowSupport.h

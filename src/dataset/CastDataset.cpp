@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <utility>
 #include <memory>
 
 #include "bulk/ConcurrentRows.h"
@@ -35,6 +36,16 @@ bool CastDataset::calculateElement(const DatasetCoordinates& p) {
 
 namespace {
 
+// Whether every value of the integer type S is a 32-bit integer; true for other types.
+template <typename S>
+constexpr bool fitsInt32() {
+  if constexpr (std::is_integral_v<S> && !std::is_same_v<S, bool>)
+    return std::cmp_less_equal(std::numeric_limits<S>::max(), INT32_MAX) &&
+           std::cmp_greater_equal(std::numeric_limits<S>::min(), INT32_MIN);
+  else
+    return true;
+}
+
 // Whether converting every value of the source type to the target type through double gives what
 // converting it directly gives: every source value is a double, and an integer conversion through
 // double, which saturates at the 32-bit range for targets of 32 bits and fewer (convertElementValue),
@@ -46,9 +57,7 @@ bool convertsAlikeThroughDouble(TARVElementType source, TARVElementType target) 
       alike = std::numeric_limits<S>::digits <= std::numeric_limits<double>::digits;
       if constexpr (std::is_integral_v<S> && std::is_integral_v<T> && !std::is_same_v<T, bool>) {
         constexpr bool throughInt32 = sizeof(T) < 4 || std::is_same_v<T, int>;
-        constexpr bool fitsInt32 = static_cast<std::int64_t>(std::numeric_limits<S>::max()) <= INT32_MAX &&
-                                   static_cast<std::int64_t>(std::numeric_limits<S>::min()) >= INT32_MIN;
-        if constexpr (throughInt32 && !fitsInt32) alike = false;
+        if constexpr (throughInt32 && !fitsInt32<S>()) alike = false;
       }
     });
   });
