@@ -35,14 +35,15 @@ protected:
   std::streamsize xsputn(const char*, std::streamsize n) override { return n; }
 };
 
-NullBuffer nullBuffer;
+// Never destroyed: the standard streams still flush into it when the program ends.
+NullBuffer* const nullBuffer = new NullBuffer();
 
 }  // namespace
 
 void quietLibraryOutput() {
   if (std::getenv("TARV_FUZZ_VERBOSE") != nullptr) return;
-  std::cerr.rdbuf(&nullBuffer);
-  std::clog.rdbuf(&nullBuffer);
+  std::cerr.rdbuf(nullBuffer);
+  std::clog.rdbuf(nullBuffer);
   TIFFSetErrorHandler(nullptr);
   TIFFSetWarningHandler(nullptr);
 }
