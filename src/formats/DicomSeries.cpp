@@ -24,6 +24,7 @@
 #include "core/Vector3D.h"
 #include "dataset/Dataset.h"
 #include "dataset/DatasetWorldEmbedding.h"
+#include "formats/ContiguousElements.h"
 #include "formats/FileStatus.h"
 #include "formats/SampleTypes.h"
 
@@ -210,15 +211,11 @@ void storePixels(const std::vector<char>& buffer, const SliceLayout& layout, int
   const std::size_t frameBytes = framePixels * layout.samples * sampleBytes;
   for (unsigned int frame = 0; frame < layout.frames; ++frame) {
     unsigned char* target = block + (z + frame) * frameBytes;
-    const char* source = buffer.data() + frame * frameBytes;
-    if (!layout.planar) {
+    const auto* source = reinterpret_cast<const unsigned char*>(buffer.data()) + frame * frameBytes;
+    if (layout.planar)
+      interleaveComponents(source, target, framePixels, layout.samples, sampleBytes);
+    else
       std::memcpy(target, source, frameBytes);
-      continue;
-    }
-    for (int sample = 0; sample < layout.samples; ++sample)
-      for (std::size_t pixel = 0; pixel < framePixels; ++pixel)
-        std::memcpy(target + (pixel * layout.samples + sample) * sampleBytes,
-                    source + (sample * framePixels + pixel) * sampleBytes, sampleBytes);
   }
 }
 

@@ -209,20 +209,6 @@ Result<DatasetWorldEmbedding> embeddingOf(const nifti_image& nim) {
                                WorldCoordinates(spacing[0], spacing[1], spacing[2], timeSpacing), orientation);
 }
 
-// Copies the file's voxels (x fastest, then y, z, t, components) into the dataset's block
-// (components fastest).
-void storeVoxels(const unsigned char* file, unsigned char* block, std::int64_t voxels, int components,
-                 int elementBytes, bool interleaved) {
-  if (components == 1 || interleaved) {
-    std::memcpy(block, file, static_cast<std::size_t>(voxels * components * elementBytes));
-    return;
-  }
-  for (int c = 0; c < components; ++c)
-    for (std::int64_t v = 0; v < voxels; ++v)
-      std::memcpy(block + (v * components + c) * elementBytes, file + (c * voxels + v) * elementBytes,
-                  static_cast<std::size_t>(elementBytes));
-}
-
 }  // namespace
 
 bool looksLikeNiftiHeader(const std::string& path) {
@@ -315,8 +301,8 @@ Result<DatasetHandle> readNiftiFile(const std::string& path) {
   if (nim->byteorder != nifti_short_order() && nim->swapsize > 1)
     nifti_swap_Nbytes(bytes / nim->swapsize, nim->swapsize, target);
   if (!direct)
-    storeVoxels(stored.data(), static_cast<unsigned char*>(dataset->getPlainElements()), elements / components,
-                static_cast<int>(components), elementBytes, false);
+    interleaveComponents(stored.data(), static_cast<unsigned char*>(dataset->getPlainElements()),
+                         static_cast<std::size_t>(elements / components), static_cast<int>(components), elementBytes);
   const double slope = nim->scl_slope;
   const double intercept = nim->scl_inter;
   if (std::isfinite(slope) && std::isfinite(intercept) && slope != 0.0 && !(slope == 1.0 && intercept == 0.0)) {
@@ -401,11 +387,7 @@ Status writeNiftiFile(Dataset* dataset, const std::string& path, bool compressed
   if (size.c > 1) {
     // Components slowest in the file.
     planar.resize(static_cast<std::size_t>(elements * elementBytes));
-    const std::int64_t voxels = elements / size.c;
-    for (int c = 0; c < size.c; ++c)
-      for (std::int64_t v = 0; v < voxels; ++v)
-        std::memcpy(planar.data() + (c * voxels + v) * elementBytes, block + (v * size.c + c) * elementBytes,
-                    static_cast<std::size_t>(elementBytes));
+    separateComponents(block, planar.data(), static_cast<std::size_t>(elements / size.c), size.c, elementBytes);
     block = planar.data();
   }
 
