@@ -2,7 +2,7 @@
 # sanitizer build) and a small driver instead of libFuzzer, replaying its corpus. The libFuzzer
 # builds of the same harnesses (fuzz/CMakeLists.txt) are for fuzzing campaigns.
 set(TARV_FUZZ_DIR ${PROJECT_SOURCE_DIR}/fuzz)
-set(TARV_REPLAYED_HARNESSES filter_description tiff_stream tarv1 raw tiff_module)
+set(TARV_REPLAYED_HARNESSES filter_description graph_reader tiff_stream tarv1 raw tiff_module)
 set(TARV_REPLAYED_FORMAT_HARNESSES nifti tiff_stack metaimage nrrd dicom format_probe)
 
 function(tarv_add_replay name source)
@@ -22,7 +22,3 @@ foreach(name ${TARV_REPLAYED_FORMAT_HARNESSES})
   target_compile_definitions(replay_${name} PRIVATE TARV_FUZZ_READER=${reader})
   math(EXPR reader "${reader} + 1")
 endforeach()
-if(TARGET tarvToolSupport)
-  tarv_add_replay(graph_reader graph_reader_fuzzer.cpp)
-  target_link_libraries(replay_graph_reader PRIVATE tarvToolSupport)
-endif()

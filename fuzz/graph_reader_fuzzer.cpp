@@ -1,4 +1,4 @@
-// The command-line tool's graph reader: a graph description read, connected to in-memory inputs
+// The filter graph reader: a graph description read, connected to in-memory inputs
 // for every source ID that names no description, and every node computed.
 //
 // Input: byte 0 chooses the inputs (bits 0-3 element type, 4-6 size, 7 values with extremes);
@@ -14,8 +14,7 @@
 #include <vector>
 
 #include "FuzzSupport.h"
-#include "GraphReader.h"
-#include "ToolError.h"
+#include "graphs/FilterGraph.h"
 
 using namespace tarv;
 
@@ -39,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   std::vector<std::unique_ptr<Dataset>> inputDatasets;
   std::map<int, Dataset*> inputs;
-  tool::GraphReader reader("graph");
+  graphs::FilterGraph reader("graph");
   try {
     std::istringstream in(std::string(reinterpret_cast<const char*>(data + 1), size - 1));
     reader.read(in);
@@ -63,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         (void)filter->getElement<double>(static_cast<const DatasetCoordinates&>(it));
     }
     (void)reader.chooseResult(-1);
-  } catch (const tool::ToolError&) {
+  } catch (const graphs::GraphError&) {
   }
   return 0;
 }

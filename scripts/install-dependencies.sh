@@ -11,4 +11,5 @@ apt-get install -y --no-install-recommends \
   build-essential cmake g++ clang-14 libclang-rt-14-dev \
   libtiff-dev libtiff-tools libvtk9-dev libboost-thread-dev libcgal-dev \
   libnifti2-dev libgdcm-dev libteem-dev zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev \
-  python3 python3-numpy python3-scipy python3-nibabel python3-tifffile python3-pil python3-pydicom python3-pytest
+  python3 python3-dev pybind11-dev python3-numpy python3-scipy python3-nibabel python3-tifffile python3-pil python3-pydicom python3-pytest \
+  python3-dask python3-distributed python3-matplotlib

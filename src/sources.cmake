@@ -62,6 +62,7 @@ set(TARV_DATASET_SOURCES
   imageio/TiffInputStream.cpp
   segmentation/CityBlockDistances.cpp
   segmentation/ConvexHullSpans.cpp
+  segmentation/SegmentationComparison.cpp
   segmentation/SegmentationDistances.cpp
   segmentation/SliceMembership.cpp
   segmentation/SliceReaders.cpp
@@ -116,7 +117,8 @@ set(TARV_DATASET_SOURCES
   engine/Evaluation.cpp
   engine/FullEvaluation.cpp
   engine/GraphPlan.cpp
-  engine/ThreadPool.cpp)
+  engine/ThreadPool.cpp
+  graphs/FilterGraph.cpp)
 
 # Headers of the dataset module that applications include (installed).
 set(TARV_DATASET_HEADERS
@@ -173,6 +175,10 @@ set(TARV_ENGINE_HEADERS
 
 # The format registry: reading and writing every format by name or content (installed), with
 # Status and Result.
+set(TARV_SEGMENTATION_HEADERS
+  segmentation/SegmentationComparison.h)
+set(TARV_GRAPHS_HEADERS
+  graphs/FilterGraph.h)
 set(TARV_FORMATS_HEADERS
   formats/FormatRegistry.h
   formats/SlabWriters.h

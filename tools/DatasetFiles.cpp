@@ -89,6 +89,8 @@ void addOutputOptions(CLI::App& command, OutputOptions& options, bool withTime) 
   command.add_option("--type", options.type, "Convert the elements to this type: " + elementTypeNameList());
   command.add_flag("--clamp", options.clamp, "Values outside the --type's range become its nearest limit (else refused)");
   command.add_option("--rescale", options.rescale, "Map the data's range linearly onto LOW,HIGH before converting");
+  command.add_option("--component", options.component, "Write only this component (needed for formats of fewer)")
+      ->check(CLI::NonNegativeNumber);
   if (withTime) {
     command.add_option("--time", options.time, "Write only this time step (needed for formats of one time step)")
         ->check(CLI::NonNegativeNumber);
@@ -154,12 +156,20 @@ WritePlan planWrite(Dataset* dataset, const std::string& path, const OutputOptio
                               std::to_string(sourceSize.t) + ": choose one with --time");
   }
   plan.elementType = options.type.empty() ? dataset->getElementType() : parseElementType(options.type, "--type");
+  if (options.component >= sourceSize.c) {
+    throw ToolError("--component " + std::to_string(options.component),
+                    "the data has " + (sourceSize.c == 1 ? std::string("one component (0)")
+                                                         : "components 0 to " + std::to_string(sourceSize.c - 1)));
+  }
   DatasetCoordinates size = sourceSize;
   if (options.time >= 0) size.t = 1;
+  if (options.component >= 0) size.c = 1;
   if (Status type = formats::checkFormatHoldsElementType(plan.format, plan.elementType); !type.ok())
     throw ToolError(path, type.message() + ": choose one with --type");
   if (Status shape = formats::checkFormatHoldsShape(plan.format, size); !shape.ok())
-    throw ToolError(path, shape.message() + (format.holdsOnePlane && size.z > 1 && size.c <= 1
+    throw ToolError(path, shape.message() + (format.maximumComponents > 0 && size.c > format.maximumComponents
+                                                 ? ": choose one with --component"
+                                             : format.holdsOnePlane && size.z > 1
                                                  ? " (use 'tarv slice' for a view of one plane)"
                                                  : ""));
   if (plan.format == FileFormat::raw) checkFillers(path, options.raw);
@@ -262,6 +272,16 @@ void checkCanWrite(Dataset* dataset, const std::string& path, const OutputOption
 }
 
 WrittenFile writeDataset(Dataset* dataset, const std::string& path, const OutputOptions& options) {
+  if (options.component >= 0) {
+    // The chosen component in memory, then written as data of one component.
+    planWrite(dataset, path, options, false);
+    Result<DatasetHandle> part = formats::componentOf(dataset, options.component);
+    throwIfBlocksFailed(dataset, path, options);
+    if (!part.ok()) throw ToolError(path, part.status().message());
+    OutputOptions rest = options;
+    rest.component = -1;
+    return writeDataset(GetRawPtr(*part), path, rest);
+  }
   const WritePlan plan = planWrite(dataset, path, options, true);
   // Rescaled values are written in the type the data had, unless --type names another.
   DatasetHandle rescaled;

@@ -39,6 +39,8 @@ struct OutputOptions {
   std::string type;
   // The time step to write; -1 for all (or the only one).
   int time = -1;
+  // The component to write; -1 for all (or the only one).
+  int component = -1;
   // Values outside --type's range: refused, unless clamped to it or the data's range is rescaled
   // ("LOW,HIGH") first.
   bool clamp = false;
@@ -55,7 +57,7 @@ struct OutputOptions {
 
 // Adds --input-format and the --raw-* layout options.
 void addInputOptions(CLI::App& command, InputOptions& options);
-// Adds --format, --type, --clamp, --rescale and (withTime) --time.
+// Adds --format, --type, --clamp, --rescale, --component and (withTime) --time.
 void addOutputOptions(CLI::App& command, OutputOptions& options, bool withTime);
 // The formats, their extensions and what they hold, for help footers.
 std::string formatsHelpFooter();
@@ -85,7 +87,7 @@ struct WrittenFile {
   long long bytes = 0;
 };
 
-// Writes the dataset (time step options.time, converted to options.type) in the format named by
+// Writes the dataset (time step options.time, component options.component, converted to options.type) in the format named by
 // options.format or by the extension, atomically: an existing file is replaced only by a
 // complete one. Paged TIFF, TARV1 and raw files are computed and written slab by slab, so that
 // memory does not grow with the volume; the other formats take the data whole (computed first,

@@ -12,12 +12,12 @@
 #include <vector>
 
 #include "Commands.h"
+#include "graphs/FilterGraph.h"
 #include "DatasetFiles.h"
-#include "GraphReader.h"
 #include "OptionParsing.h"
 #include "Phantom.h"
 #include "ProgressBar.h"
-#include "SegmentationComparison.h"
+#include "ComparisonReport.h"
 #include "SliceImage.h"
 #include "ToolError.h"
 #include "dataset/BinarySegmentations.h"
@@ -201,7 +201,7 @@ void runDemo(const DemoOptions& options, const GlobalOptions& global) {
     graphFile << kEdgeGraph;
     if (!graphFile) throw ToolError(path("edges.graph"), "cannot write it");
   }
-  GraphReader graph(path("edges.graph"));
+  graphs::FilterGraph graph(path("edges.graph"));
   graph.readFile();
   graph.connect({{0, lazyTarv1.get()}});
   Dataset* edges = graph.findDataset(graph.chooseResult(-1));
@@ -233,7 +233,7 @@ void runDemo(const DemoOptions& options, const GlobalOptions& global) {
   // 6. How well they agree.
   timer.start("compare the segmentations");
   const SegmentationComparison comparison =
-      compareSegmentations(smooth, clean, 0, path("seg-smooth.tif"), path("seg-clean.tif"));
+      segmentation::compareSegmentations(smooth, clean, 0, path("seg-smooth.tif"), path("seg-clean.tif"));
   std::ostringstream agreement;
   agreement << "Dice " << (comparison.dice ? formatDisplayNumber(*comparison.dice) : "undefined") << ", Hausdorff "
             << (comparison.hausdorffDistance ? formatDisplayNumber(*comparison.hausdorffDistance) : "undefined")

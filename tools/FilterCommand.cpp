@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "Commands.h"
+#include "graphs/FilterGraph.h"
 #include "DatasetFiles.h"
 #include "elementtypes/ElementTypeNames.h"
-#include "GraphReader.h"
 #include "OptionParsing.h"
 #include "ProgressBar.h"
 #include "ToolError.h"
@@ -49,10 +49,25 @@ void runFilter(const FilterOptions& options, const GlobalOptions& global) {
     opened.emplace(id.front(), std::move(dataset));
   }
 
-  GraphReader graph(options.graph);
-  graph.readFile();
-  graph.connect(inputs);
-  const int resultId = graph.chooseResult(options.outputId);
+  graphs::FilterGraph graph(options.graph);
+  int resultId = options.outputId;
+  try {
+    graph.readFile();
+    graph.connect(inputs);
+  } catch (const graphs::GraphError& error) {
+    throw ToolError(error.what());
+  }
+  if (resultId >= 0 && graph.findDataset(resultId) == nullptr)
+    throw ToolError("--output-id " + std::to_string(resultId), "no description or --input has this ID");
+  if (resultId < 0) {
+    const std::vector<int> results = graph.getResultIds();
+    if (results.size() != 1) {
+      std::string ids;
+      for (int id : results) ids += (ids.empty() ? "" : ", ") + std::to_string(id);
+      throw ToolError(options.graph, "the graph has several results (IDs " + ids + "): choose one with --output-id");
+    }
+    resultId = results.front();
+  }
   Dataset* result = graph.findDataset(resultId);
   checkCanWrite(result, options.output, options.write);
 
@@ -63,7 +78,7 @@ void runFilter(const FilterOptions& options, const GlobalOptions& global) {
   const WrittenFile written = writeDataset(result, options.output, write);
   for (const auto& [id, input] : opened) throwIfReadFailed(input);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  const GraphReader::Node* node = graph.findNode(resultId);
+  const graphs::FilterGraph::Node* node = graph.findNode(resultId);
   std::cout << "wrote " << options.output << ": " << fileFormatDisplayName(written.format) << ", "
             << sizeText(written.size) << ", " << elementTypeName(written.elementType) << " (node " << resultId
             << (node != nullptr ? ", " + node->type : std::string(", an input")) << ", " << graph.getNodes().size()
@@ -85,7 +100,7 @@ Command addFilterCommand(CLI::App& tarv, const GlobalOptions& global) {
   addOutputOptions(*app, options->write, true);
   addInputOptions(*app, options->input);
   std::string types;
-  for (const std::string& type : GraphReader::getKnownTypes()) types += (types.empty() ? "" : ", ") + type;
+  for (const std::string& type : graphs::FilterGraph::getKnownTypes()) types += (types.empty() ? "" : ", ") + type;
   app->footer(
       "The graph file holds one block of 'Name = value' lines per filter, as DependentDataset::write writes\n"
       "them, separated by empty lines; lines starting with '#' are comments. 'Type' chooses the filter\n"

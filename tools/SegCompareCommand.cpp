@@ -6,7 +6,7 @@
 
 #include "Commands.h"
 #include "DatasetFiles.h"
-#include "SegmentationComparison.h"
+#include "ComparisonReport.h"
 #include "ToolError.h"
 
 namespace tarv::tool {
@@ -38,7 +38,7 @@ void runSegCompare(const SegCompareOptions& options) {
   if (options.t >= a.get()->getSize().t)
     throw ToolError("--t " + std::to_string(options.t),
                     options.a + " has time steps 0 to " + std::to_string(a.get()->getSize().t - 1));
-  const SegmentationComparison comparison = compareSegmentations(a.get(), b.get(), options.t, options.a, options.b);
+  const SegmentationComparison comparison = segmentation::compareSegmentations(a.get(), b.get(), options.t, options.a, options.b);
   if (options.json)
     printComparisonJson(std::cout, comparison);
   else

@@ -20,6 +20,7 @@ struct SliceOptions {
   std::string out;
   int z = 0;
   int t = 0;
+  int component = -1;
   std::string window;
   InputOptions input;
 };
@@ -34,7 +35,7 @@ void runSlice(const SliceOptions& options) {
   }
   OpenedDataset opened = openDataset(options.file, options.input, Access::lazy);
   const Window used = writeSlicePng(opened.get(), options.file, options.z, options.t,
-                                    options.window.empty() ? nullptr : &window, options.out);
+                                    options.window.empty() ? nullptr : &window, options.out, options.component);
   throwIfReadFailed(opened);
   std::cout << "wrote " << options.out << ": plane z " << options.z << ", t " << options.t << ", window "
             << formatDisplayNumber(used.low) << " .. " << formatDisplayNumber(used.high) << "\n";
@@ -50,6 +51,8 @@ Command addSliceCommand(CLI::App& tarv, const GlobalOptions&) {
   app->add_option("OUT", options->out, "PNG file to write")->required();
   app->add_option("--z", options->z, "The plane")->required()->check(CLI::NonNegativeNumber);
   app->add_option("--t", options->t, "The time step (default 0)")->check(CLI::NonNegativeNumber);
+  app->add_option("--component", options->component, "The component (needed for data of several)")
+      ->check(CLI::NonNegativeNumber);
   app->add_option("--window", options->window, "LOW,HIGH (default: the plane's value range)");
   addInputOptions(*app, options->input);
   return Command{app, [options] { runSlice(*options); }};

@@ -17,16 +17,23 @@ std::string rangeText(int count) {
 }  // namespace
 
 DatasetHandle windowPlane(Dataset* dataset, const std::string& name, int z, int t, const Window* givenWindow,
-                          Window& usedWindow) {
+                          Window& usedWindow, int component) {
   const DatasetCoordinates size = dataset->getSize();
   if (z < 0 || z >= size.z)
     throw ToolError("--z " + std::to_string(z), name + " has planes " + rangeText(size.z));
   if (t < 0 || t >= size.t)
     throw ToolError("--t " + std::to_string(t), name + " has time steps " + rangeText(size.t));
+  if (component < 0 && size.c > 1)
+    throw ToolError(name, std::to_string(size.c) + " components: choose one with --component");
+  if (component < 0) component = 0;
+  if (component >= size.c)
+    throw ToolError("--component " + std::to_string(component), name + " has components " + rangeText(size.c));
 
   // Reads only the blocks of this plane from a file-backed dataset.
   Dataset plane(true);
-  plane.copyPlaneFrom(dataset, z, t);
+  plane.convertPartFrom(dataset, dataset->getElementType(),
+                        DatasetBoundingBox(DatasetCoordinates(0, 0, z, t, component),
+                                           DatasetCoordinates(size.x - 1, size.y - 1, z, t, component)));
   if (!plane.hasData()) throw ToolError(name, "not enough memory for a plane");
 
   if (givenWindow != nullptr) {
@@ -55,9 +62,9 @@ DatasetHandle windowPlane(Dataset* dataset, const std::string& name, int z, int 
 }
 
 Window writeSlicePng(Dataset* dataset, const std::string& name, int z, int t, const Window* givenWindow,
-                     const std::string& path) {
+                     const std::string& path, int component) {
   Window used;
-  DatasetHandle image = windowPlane(dataset, name, z, t, givenWindow, used);
+  DatasetHandle image = windowPlane(dataset, name, z, t, givenWindow, used, component);
   const std::optional<FileFormat> format = fileFormatFromExtension(path);
   if (format && *format != FileFormat::png && *format != FileFormat::jpeg)
     throw ToolError(path, "slices are written as PNG (or JPEG) images: name the file .png");

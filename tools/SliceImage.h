@@ -14,16 +14,17 @@ struct Window {
   double high = 1.0;
 };
 
-// Plane z of time step t (component 0) as an 8-bit image of the same x, y extent and geometry.
-// Without a window, the plane's own value range is used (a constant plane comes out black).
-// window receives the range used. Throws ToolError when z or t lies outside the dataset.
+// Plane z of time step t (and the component, which data of several components must name) as an
+// 8-bit image of the same x, y extent and geometry. Without a window, the plane's own value range
+// is used (a constant plane comes out black). window receives the range used. Throws ToolError
+// when z, t or the component lies outside the dataset.
 DatasetHandle windowPlane(Dataset* dataset, const std::string& name, int z, int t, const Window* givenWindow,
-                          Window& usedWindow);
+                          Window& usedWindow, int component = -1);
 
 // The same plane written as a PNG file, or a JPEG file for a .jpg or .jpeg name (atomically).
 // Returns the range used.
 Window writeSlicePng(Dataset* dataset, const std::string& name, int z, int t, const Window* givenWindow,
-                     const std::string& path);
+                     const std::string& path, int component = -1);
 
 }  // namespace tarv::tool
 

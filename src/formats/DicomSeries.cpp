@@ -336,7 +336,7 @@ Result<DatasetHandle> readSeries(const std::string& path, const std::string& uid
   dataset->newDataset(DatasetCoordinates(static_cast<int>(first->columns), static_cast<int>(first->rows),
                                          static_cast<int>(depth), 1, first->samples),
                       first->type, embedding);
-  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return ioError("not enough memory to read it");
+  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return resourceExhaustedError("not enough memory to read it");
   auto* block = static_cast<unsigned char*>(dataset->getPlainElements());
   const int sampleBytes = static_cast<int>(dataset->getElementByteSize());
   const std::size_t expected =

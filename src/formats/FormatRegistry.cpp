@@ -112,7 +112,7 @@ Result<DatasetHandle> openLazily(const std::string& path, DatasetFileReadModule*
   if (file->openFile(path)) return handle;
   Status status = lastOpenStatus(*module);
   // The module took the file but the dataset could not be made for it.
-  if (status.ok()) return ioError("not enough memory for a dataset of its size");
+  if (status.ok()) return resourceExhaustedError("not enough memory for a dataset of its size");
   return status;
 }
 
@@ -123,7 +123,7 @@ Result<DatasetHandle> readIntoMemory(const DatasetHandle& lazy) {
   DatasetHandle memory(dataset);
   dataset->copyFrom(file);
   if (Status blocks = blockReadStatus(file); !blocks.ok()) return blocks;
-  if (!dataset->hasData()) return ioError("not enough memory to read it");
+  if (!dataset->hasData()) return resourceExhaustedError("not enough memory to read it");
   return memory;
 }
 
@@ -199,7 +199,7 @@ Result<OpenedFile> readRaw(const std::string& path, const RawLayout& layout) {
   Dataset* dataset = new Dataset(true);
   opened.handle = dataset;
   dataset->newDataset(layout.size, layout.elementType, layout.embedding);
-  if (!dataset->hasData()) return ioError("not enough memory to read it");
+  if (!dataset->hasData()) return resourceExhaustedError("not enough memory to read it");
   if (Status status = readRawFile(reader, dataset); !status.ok()) return status;
   return opened;
 }

@@ -115,7 +115,7 @@ Status inflateStoredData(const StoredData& stored, unsigned char* target, std::i
   std::ifstream in(stored.file, std::ios::binary);
   if (!in || !in.seekg(stored.offset)) return notFoundError("its data file " + stored.file + " cannot be opened");
   z_stream stream{};
-  if (inflateInit2(&stream, 15 + 32) != Z_OK) return ioError("not enough memory to decompress it");
+  if (inflateInit2(&stream, 15 + 32) != Z_OK) return resourceExhaustedError("not enough memory to decompress it");
   std::vector<unsigned char> chunk(1 << 16);
   std::int64_t produced = 0;
   int result = Z_OK;
@@ -203,7 +203,7 @@ Result<DatasetHandle> readMetaImageFile(const std::string& path) {
   dataset->newDataset(DatasetCoordinates(extents[0], extents[1], extents[2], extents[3], extents[4]), type,
                       DatasetWorldEmbedding(WorldCoordinates(origin[0], origin[1], origin[2], origin[3]),
                                             WorldCoordinates(spacing[0], spacing[1], spacing[2], spacing[3]), orientation));
-  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return ioError("not enough memory to read it");
+  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return resourceExhaustedError("not enough memory to read it");
   const std::int64_t bytes = elements * static_cast<std::int64_t>(dataset->getElementByteSize());
   if (image.CompressedData()) {
     // MetaIO takes a short compressed stream without a word: decompressed here.
@@ -240,7 +240,7 @@ Status writeMetaImageFile(Dataset* dataset, const std::string& path) {
     return unsupportedError("MetaImage cannot hold " + std::string(elementTypeName(dataset->getElementType())) + " elements");
   DatasetHandle holder;
   const unsigned char* block = contiguousElements(dataset, holder);
-  if (block == nullptr) return ioError("not enough memory to write it");
+  if (block == nullptr) return resourceExhaustedError("not enough memory to write it");
   const DatasetCoordinates size = dataset->getSize();
   const int dimensions = size.t > 1 ? 4 : 3;
   const int extents[4] = {size.x, size.y, size.z, size.t};

@@ -284,7 +284,7 @@ Result<DatasetHandle> readNiftiFile(const std::string& path) {
   auto* dataset = new Dataset(true);
   DatasetHandle handle(dataset);
   dataset->newDataset(size, type, *embedding);
-  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return ioError("not enough memory to read it");
+  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return resourceExhaustedError("not enough memory to read it");
   const int elementBytes = static_cast<int>(dataset->getElementByteSize());
   const std::int64_t bytes = elements * elementBytes;
   std::vector<unsigned char> stored;
@@ -323,13 +323,13 @@ Status writeNiftiFile(Dataset* dataset, const std::string& path, bool compressed
   if (datatype == 0) return unsupportedError("NIfTI cannot hold " + std::string(elementTypeName(type)) + " elements");
   DatasetHandle holder;
   const unsigned char* block = contiguousElements(dataset, holder);
-  if (block == nullptr) return ioError("not enough memory to write it");
+  if (block == nullptr) return resourceExhaustedError("not enough memory to write it");
   Dataset* data = GetRawPtr(holder) != nullptr ? GetRawPtr(holder) : dataset;
   const DatasetCoordinates size = data->getSize();
   const bool nifti2 = std::max({size.x, size.y, size.z, size.t, size.c}) > 32767;
   const std::int64_t dims[8] = {size.c > 1 ? 5 : size.t > 1 ? 4 : 3, size.x, size.y, size.z, size.t, size.c, 1, 1};
   Nim nim(nifti_make_new_nim(dims, datatype, 0));
-  if (!nim) return ioError("not enough memory to write it");
+  if (!nim) return resourceExhaustedError("not enough memory to write it");
 
   const DatasetWorldEmbedding& embedding = data->getWorldEmbedding();
   const TransformationMatrix& voxelToWorld = embedding.getVoxel2WorldMatrix();

@@ -153,7 +153,7 @@ Result<DatasetHandle> readNrrdFile(const std::string& path) {
   // The header first: sizes are checked before anything is allocated for the data.
   NrrdHandle header(nrrdNew());
   std::unique_ptr<NrrdIoState, IoStateFree> headerOnly(nrrdIoStateNew());
-  if (!header || !headerOnly) return ioError("not enough memory to read it");
+  if (!header || !headerOnly) return resourceExhaustedError("not enough memory to read it");
   nrrdIoStateSet(headerOnly.get(), nrrdIoStateSkipData, AIR_TRUE);
   if (nrrdLoad(header.get(), path.c_str(), headerOnly.get()) != 0)
     return corruptError("not a readable NRRD file (teem: " + teemReason() + ")");
@@ -177,7 +177,7 @@ Result<DatasetHandle> readNrrdFile(const std::string& path) {
   if (roles->components >= 0) extents[4] = static_cast<int>(header->axis[roles->components].size);
 
   NrrdHandle nrrd(nrrdNew());
-  if (!nrrd) return ioError("not enough memory to read it");
+  if (!nrrd) return resourceExhaustedError("not enough memory to read it");
   if (nrrdLoad(nrrd.get(), path.c_str(), nullptr) != 0)
     return corruptError("the NRRD data cannot be read (teem: " + teemReason() + ")");
   bool same = nrrd->dim == header->dim && nrrd->type == header->type && nrrd->data != nullptr;
@@ -187,7 +187,7 @@ Result<DatasetHandle> readNrrdFile(const std::string& path) {
   auto* dataset = new Dataset(true);
   DatasetHandle handle(dataset);
   dataset->newDataset(DatasetCoordinates(extents[0], extents[1], extents[2], extents[3], extents[4]), type, *embedding);
-  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return ioError("not enough memory to read it");
+  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return resourceExhaustedError("not enough memory to read it");
   // Components fastest, then x, y, z, t: the order of the nrrd's axes.
   std::memcpy(dataset->getPlainElements(), nrrd->data, static_cast<std::size_t>(elements) * dataset->getElementByteSize());
   return handle;

@@ -54,7 +54,7 @@ public:
     else
       converted.convertPartFrom(&dataset, elementType, slab);
     if (!converted.hasData()) {
-      status = ioError("not enough memory to convert a slab");
+      status = resourceExhaustedError("not enough memory to convert a slab");
       return false;
     }
     status = take(converted, fileSlab, kOrigin - fileSlab.start);
@@ -151,7 +151,7 @@ Status writeDatasetFileInSlabs(Dataset* dataset, const std::string& path, const 
     const DatasetCoordinates first(0, 0, 0, request.timeStep, 0);
     Dataset corner(true);
     corner.convertPartFrom(dataset, request.elementType, DatasetBoundingBox(first, first));
-    if (!corner.hasData()) return ioError("not enough memory to convert the data");
+    if (!corner.hasData()) return resourceExhaustedError("not enough memory to convert the data");
     shape.embedding = corner.getWorldEmbedding();
   }
 

@@ -201,7 +201,7 @@ Status writeTiffStack(Dataset* dataset, const std::string& path) {
   if (size.c > 4) return unsupportedError("a TIFF stack holds at most 4 components; the data has " + std::to_string(size.c));
   DatasetHandle holder;
   const unsigned char* block = contiguousElements(dataset, holder);
-  if (block == nullptr) return ioError("not enough memory to write it");
+  if (block == nullptr) return resourceExhaustedError("not enough memory to write it");
   const int sampleBytes = static_cast<int>(dataset->getElementByteSize());
   const std::size_t rowBytes = static_cast<std::size_t>(size.x) * size.c * sampleBytes;
   const std::size_t pageBytes = rowBytes * size.y;
@@ -273,7 +273,7 @@ Result<DatasetHandle> readTiffStack(const std::string& path) {
   dataset->newDataset(DatasetCoordinates(static_cast<int>(first->width), static_cast<int>(first->length),
                                          static_cast<int>(pages.size()), 1, first->samples),
                       first->type, DatasetWorldEmbedding());
-  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return ioError("not enough memory to read it");
+  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return resourceExhaustedError("not enough memory to read it");
   const int sampleBytes = static_cast<int>(dataset->getElementByteSize());
   const std::size_t pageBytes = static_cast<std::size_t>(first->width) * first->length * first->samples * sampleBytes;
   auto* block = static_cast<unsigned char*>(dataset->getPlainElements());

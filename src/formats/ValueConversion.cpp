@@ -99,6 +99,21 @@ DatasetHandle rescaledValues(Dataset* source, double low, double high) {
   return handle;
 }
 
+Result<DatasetHandle> componentOf(Dataset* source, int component) {
+  if (source == nullptr || !source->hasData()) return invalidArgumentError("no data");
+  const int components = source->getSize().c;
+  if (component < 0 || component >= components)
+    return invalidArgumentError("no component " + std::to_string(component) + ": the data has " +
+                           (components == 1 ? std::string("one (0)") : "components 0 to " + std::to_string(components - 1)));
+  DatasetBoundingBox box = source->getVoxelBoundingBox();
+  box.start.c = box.end.c = component;
+  auto* part = new Dataset(true);
+  DatasetHandle handle(part);
+  part->convertPartFrom(source, source->getElementType(), box);
+  if (!part->hasData()) return resourceExhaustedError("not enough memory for one component");
+  return handle;
+}
+
 Status checkTarv1HoldsRange(double minimum, double maximum) {
   if (!(maximum - std::floor(minimum) > 65535.0)) return okStatus();
   return unsupportedError("TARV1 cannot hold values " + number(minimum) + " .. " + number(maximum) +

@@ -35,6 +35,11 @@ bool convertPartClamping(Dataset& target, Dataset* source, TARVElementType type,
 // The source's values mapped linearly from its own range onto [low, high] (a ScaleDataset on it).
 DatasetHandle rescaledValues(Dataset* source, double low, double high);
 
+// One component of the source, with its world embedding and modality LUT, copied into memory
+// (computing it where the source is computed). Out of range when the source has no such component,
+// resource exhausted when memory is short.
+Result<DatasetHandle> componentOf(Dataset* source, int component);
+
 // Unsupported unless TARV1's 16-bit samples hold values from minimum to maximum exactly
 // (at most 65535 steps above floor(minimum)).
 Status checkTarv1HoldsRange(double minimum, double maximum);

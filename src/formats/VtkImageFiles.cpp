@@ -96,7 +96,7 @@ Result<DatasetHandle> datasetOfImage(vtkImageData* image, bool flip) {
   dataset->newDataset(DatasetCoordinates(dimensions[0], dimensions[1], dimensions[2], 1, components), type,
                       DatasetWorldEmbedding(WorldCoordinates(first[0], first[1], first[2], 0.0),
                                             WorldCoordinates(spacing[0], spacing[1], spacing[2], 1.0), orientation));
-  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return ioError("not enough memory to read it");
+  if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return resourceExhaustedError("not enough memory to read it");
   const std::size_t rowBytes = static_cast<std::size_t>(dimensions[0]) * components * dataset->getElementByteSize();
   const auto* source = static_cast<const unsigned char*>(scalars->GetVoidPointer(0));
   auto* target = static_cast<unsigned char*>(dataset->getPlainElements());
@@ -114,7 +114,7 @@ Result<DatasetHandle> flippedRows(Dataset* dataset) {
   auto* flipped = new Dataset(true);
   DatasetHandle handle(flipped);
   flipped->copyFrom(dataset);
-  if (!flipped->hasData()) return ioError("not enough memory to write it");
+  if (!flipped->hasData()) return resourceExhaustedError("not enough memory to write it");
   const DatasetCoordinates size = dataset->getSize();
   for (DatasetCoordinatesIterator it = flipped->getStartCoordinatesIterator(); it.valid; flipped->incrementCoordinatesIterator(it)) {
     const DatasetCoordinates from(it.x, size.y - 1 - it.y, it.z, it.t, it.c);

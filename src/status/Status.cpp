@@ -11,6 +11,7 @@ const char* statusCodeName(StatusCode code) {
     case StatusCode::corrupt: return "corrupt";
     case StatusCode::ioError: return "I/O error";
     case StatusCode::cancelled: return "cancelled";
+    case StatusCode::resourceExhausted: return "resource exhausted";
   }
   return "unknown";
 }

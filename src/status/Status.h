@@ -15,9 +15,11 @@ enum class StatusCode {
   corrupt,          // the data contradicts its own description
   ioError,          // the system refused to read or write
   cancelled,        // stopped on request
+  resourceExhausted,  // more memory than there is, or than the allocation cap allows
 };
 
-// "ok", "invalid argument", "not found", "unsupported", "corrupt", "I/O error", "cancelled".
+// "ok", "invalid argument", "not found", "unsupported", "corrupt", "I/O error", "cancelled",
+// "resource exhausted".
 const char* statusCodeName(StatusCode code);
 
 // Success, or a failure with its code and a message naming the reason in words for a user
@@ -50,6 +52,9 @@ inline Status unsupportedError(std::string message) { return Status(StatusCode::
 inline Status corruptError(std::string message) { return Status(StatusCode::corrupt, std::move(message)); }
 inline Status ioError(std::string message) { return Status(StatusCode::ioError, std::move(message)); }
 inline Status cancelledError(std::string message) { return Status(StatusCode::cancelled, std::move(message)); }
+inline Status resourceExhaustedError(std::string message) {
+  return Status(StatusCode::resourceExhausted, std::move(message));
+}
 
 // A value of T, or the failure that prevented it.
 template <typename T>

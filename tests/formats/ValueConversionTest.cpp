@@ -76,6 +76,28 @@ TEST(ValueConversion, ClampingEqualsTheConversionInsideTheLimits) {
   }
 }
 
+TEST(ValueConversion, OneComponentKeepsItsValuesAndGeometry) {
+  std::mt19937 random(5);
+  Dataset source(true);
+  const DatasetWorldEmbedding embedding(WorldCoordinates(1.5, -2.0, 3.0, 0.0), WorldCoordinates(0.5, 0.7, 2.0, 1.0));
+  source.newDataset(DatasetCoordinates(5, 4, 3, 2, 3), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT, embedding);
+  testing::fillRandomly(source, random, -1000.0, 3000.0);
+  for (int c = 0; c < 3; ++c) {
+    Result<DatasetHandle> part = formats::componentOf(&source, c);
+    ASSERT_TRUE(part.ok()) << part.status().toString();
+    Dataset* one = GetRawPtr(*part);
+    ASSERT_EQ(one->getSize(), DatasetCoordinates(5, 4, 3, 2, 1));
+    EXPECT_EQ(one->getElementType(), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT);
+    EXPECT_TRUE(one->getWorldEmbedding() == embedding);
+    for (auto it = one->getStartCoordinatesIterator(); it.valid; one->incrementCoordinatesIterator(it))
+      ASSERT_EQ(one->getElement<short>(it), source.getElement<short>(DatasetCoordinates(it.x, it.y, it.z, it.t, c)));
+  }
+  const Result<DatasetHandle> missing = formats::componentOf(&source, 3);
+  ASSERT_FALSE(missing.ok());
+  EXPECT_EQ(missing.status().code(), StatusCode::invalidArgument);
+  EXPECT_EQ(missing.status().message(), "no component 3: the data has components 0 to 2");
+}
+
 TEST(ValueConversion, Tarv1Range) {
   EXPECT_TRUE(formats::checkTarv1HoldsRange(-1024.0, 64511.0).ok());
   EXPECT_FALSE(formats::checkTarv1HoldsRange(-1024.0, 64512.0).ok());

@@ -33,6 +33,7 @@ TEST(Status, EveryHelperGivesItsCode) {
   EXPECT_EQ(corruptError("a").code(), StatusCode::corrupt);
   EXPECT_EQ(ioError("a").code(), StatusCode::ioError);
   EXPECT_EQ(cancelledError("a").code(), StatusCode::cancelled);
+  EXPECT_EQ(resourceExhaustedError("a").code(), StatusCode::resourceExhausted);
 }
 
 TEST(Status, CodeNames) {
@@ -43,6 +44,7 @@ TEST(Status, CodeNames) {
   EXPECT_STREQ(statusCodeName(StatusCode::corrupt), "corrupt");
   EXPECT_STREQ(statusCodeName(StatusCode::ioError), "I/O error");
   EXPECT_STREQ(statusCodeName(StatusCode::cancelled), "cancelled");
+  EXPECT_STREQ(statusCodeName(StatusCode::resourceExhausted), "resource exhausted");
 }
 
 TEST(Status, OkCodeDropsTheMessage) {

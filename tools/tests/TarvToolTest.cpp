@@ -548,7 +548,7 @@ TEST_F(Filter, BadGraphsAreOneLineErrorsAndWriteNothing) {
   attempt("ID = 1\nType = SmoothDataset\nSourceDatasetIDList = 0\n\nID = 1\nType = CastDataset\n"
           "SourceDatasetIDList = 0\n",
           {"g.txt:5", "ID 1 is given twice"});
-  attempt("ID = 0\nType = SmoothDataset\nSourceDatasetIDList = 0\n", {"g.txt:1", "--input"});
+  attempt("ID = 0\nType = SmoothDataset\nSourceDatasetIDList = 0\n", {"g.txt:1", "given both to an input"});
   attempt("ID = 1\nType = SmoothDataset\nSourceDatasetIDList = 0\nKernelSize = 3\n",
           {"g.txt:4", "no entry 'KernelSize'"});
   attempt("ID = 1\nType = SmoothDataset\nSourceDatasetIDList = 0\nKernelXSize = big\n", {"g.txt:4", "KernelXSize"});

@@ -372,6 +372,26 @@ def test_pil_png_rows_top_down_with_every_component(tmp_path, mode):
     assert np.array_equal(stored, expected.ravel()), mode
 
 
+def test_one_component_is_chosen_for_formats_of_one(tmp_path):
+    random = np.random.default_rng(32)
+    pixels = random.integers(0, 256, size=(6, 9, 3)).astype(np.uint8)
+    Image.fromarray(pixels, "RGB").save(tmp_path / "in.png")
+    refused = tarv("convert", tmp_path / "in.png", tmp_path / "out.tarv", ok=False)
+    assert refused.returncode == 1
+    assert "the data has 3: choose one with --component" in refused.stderr
+    assert not (tmp_path / "out.tarv").exists()
+    for component in range(3):
+        tarv("convert", tmp_path / "in.png", tmp_path / f"green{component}.raw", "--component", component)
+        stored = np.fromfile(tmp_path / f"green{component}.raw", dtype=np.uint8).reshape(6, 9)
+        assert np.array_equal(stored, pixels[:, :, component]), component
+    missing = tarv("convert", tmp_path / "in.png", tmp_path / "x.raw", "--component", 3, ok=False)
+    assert "--component 3: the data has components 0 to 2" in missing.stderr
+    refused = tarv("slice", tmp_path / "in.png", tmp_path / "s.png", "--z", 0, ok=False)
+    assert "3 components: choose one with --component" in refused.stderr
+    tarv("slice", tmp_path / "in.png", tmp_path / "s.png", "--z", 0, "--component", 2, "--window", "0,255")
+    assert np.array_equal(np.asarray(Image.open(tmp_path / "s.png")), pixels[:, :, 2])
+
+
 def test_png_written_by_tarv_is_top_down_for_pil(tmp_path):
     plane = np.arange(4 * 6, dtype=np.uint8).reshape(4, 6) * 10
     plane.tofile(tmp_path / "in.raw")

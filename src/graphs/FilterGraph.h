@@ -1,16 +1,24 @@
-#ifndef TARV_TOOLS_GRAPHREADER_H
-#define TARV_TOOLS_GRAPHREADER_H
+#ifndef TARV_GRAPHS_FILTERGRAPH_H
+#define TARV_GRAPHS_FILTERGRAPH_H
 
 #include <istream>
 #include <list>
 #include <map>
+#include <ostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "dataset/DatasetHandle.h"
 #include "dataset/DependentDataset.h"
 
-namespace tarv::tool {
+namespace tarv::graphs {
+
+// A graph description that cannot be used: the message names the file (and line) and the reason.
+class GraphError : public std::runtime_error {
+public:
+  GraphError(const std::string& where, const std::string& reason) : std::runtime_error(where + ": " + reason) {}
+};
 
 // Assembles a filter graph from the text descriptions that DependentDataset::write produces:
 // blocks of "Name = value" lines separated by empty lines, one block per filter. Lines starting
@@ -18,11 +26,11 @@ namespace tarv::tool {
 // "SourceDatasetIDList" connects it to other nodes or to datasets given from outside (the
 // inputs) by their IDs.
 //
-// Every problem is a ToolError naming the file and line: a line that is not an entry, a missing
+// Every problem is a GraphError naming the file and line: a line that is not an entry, a missing
 // or unknown type, a missing, malformed or duplicate ID, an entry the class does not have, a
 // value that is not a number, a source ID that names nothing, a cycle, a filter that does not
 // accept its sources.
-class GraphReader {
+class FilterGraph {
 public:
   struct Node {
     int id = -1;
@@ -43,12 +51,12 @@ public:
   static DependentDataset* createFilter(const std::string& type);
 
   // fileName is used in messages (and by readFile).
-  explicit GraphReader(std::string fileName);
+  explicit FilterGraph(std::string fileName);
   // Deletes the nodes from the results towards the inputs, so that no node re-derives itself
   // from a deleted source on the way.
-  ~GraphReader();
-  GraphReader(GraphReader&&) = default;
-  GraphReader& operator=(GraphReader&&) = delete;
+  ~FilterGraph();
+  FilterGraph(FilterGraph&&) = default;
+  FilterGraph& operator=(FilterGraph&&) = delete;
 
   void readFile();
   void read(std::istream& is);
@@ -65,8 +73,10 @@ public:
   const Node* findNode(int id) const;
   // The dataset of a node or of an input with the ID, or null.
   Dataset* findDataset(int id) const;
+  // The IDs of the nodes that no other node uses, ascending.
+  std::vector<int> getResultIds() const;
   // The requested ID when it names a node or an input; with requestedId < 0 the only node that
-  // no other node uses. Throws ToolError when there is none or more than one.
+  // no other node uses. Throws GraphError when there is none or more than one.
   int chooseResult(int requestedId) const;
   // In file order after read(), sources before their users after connect().
   const std::vector<Node>& getNodes() const { return nodes; }
@@ -83,6 +93,14 @@ private:
   std::map<int, Dataset*> inputDatasets;
 };
 
-}  // namespace tarv::tool
+// The text form of the graph that computes result, as FilterGraph reads it: the description of
+// every filter it depends on (DependentDataset::write), sources first, separated by empty lines.
+// Datasets that are not filters are the graph's inputs and take the IDs inputIds gives them, the
+// others the lowest free ones in order of first use; the filters keep their own IDs where these
+// are unique and not an input's, the others get new ones. The datasets' own IDs are left as they
+// were. Throws GraphError when two inputs are given the same ID.
+std::string describeGraph(Dataset* result, const std::map<const Dataset*, int>& inputIds = {});
+
+}  // namespace tarv::graphs
 
 #endif

@@ -1,4 +1,4 @@
-#include "GraphReader.h"
+#include "graphs/FilterGraph.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,7 +10,6 @@
 #include <sstream>
 #include <utility>
 
-#include "ToolError.h"
 #include "dataset/CastDataset.h"
 #include "dataset/ConstantDataset.h"
 #include "dataset/DirectionFilteredVectorLengthDataset.h"
@@ -22,7 +21,7 @@
 #include "dataset/SmoothDataset.h"
 #include "dataset/VectorLengthDataset.h"
 
-namespace tarv::tool {
+namespace tarv::graphs {
 
 namespace {
 
@@ -93,9 +92,9 @@ std::string joinIds(const std::vector<int>& ids, const char* separator) {
 
 }  // namespace
 
-DependentDataset* GraphReader::Node::getFilter() const { return dynamic_cast<DependentDataset*>(GetRawPtr(dataset)); }
+DependentDataset* FilterGraph::Node::getFilter() const { return dynamic_cast<DependentDataset*>(GetRawPtr(dataset)); }
 
-const std::vector<std::string>& GraphReader::getKnownTypes() {
+const std::vector<std::string>& FilterGraph::getKnownTypes() {
   static const std::vector<std::string> names = [] {
     std::vector<std::string> list;
     for (const auto& entry : factories()) list.push_back(entry.first);
@@ -104,34 +103,34 @@ const std::vector<std::string>& GraphReader::getKnownTypes() {
   return names;
 }
 
-DependentDataset* GraphReader::createFilter(const std::string& type) {
+DependentDataset* FilterGraph::createFilter(const std::string& type) {
   const auto found = factories().find(type);
   return found == factories().end() ? nullptr : found->second();
 }
 
-GraphReader::GraphReader(std::string name) : fileName(std::move(name)) {}
+FilterGraph::FilterGraph(std::string name) : fileName(std::move(name)) {}
 
-GraphReader::~GraphReader() { deleteNodes(); }
+FilterGraph::~FilterGraph() { deleteNodes(); }
 
-void GraphReader::deleteNodes() {
+void FilterGraph::deleteNodes() {
   while (!nodes.empty()) nodes.pop_back();
 }
 
-void GraphReader::fail(int line, const std::string& reason) const {
-  if (line > 0) throw ToolError(fileName + ":" + std::to_string(line), reason);
-  throw ToolError(fileName, reason);
+void FilterGraph::fail(int line, const std::string& reason) const {
+  if (line > 0) throw GraphError(fileName + ":" + std::to_string(line), reason);
+  throw GraphError(fileName, reason);
 }
 
-void GraphReader::readFile() {
+void FilterGraph::readFile() {
   std::error_code error;
-  if (!std::filesystem::exists(fileName, error)) throw ToolError(fileName, "no such file");
-  if (std::filesystem::is_directory(fileName, error)) throw ToolError(fileName, "is a directory");
+  if (!std::filesystem::exists(fileName, error)) throw GraphError(fileName, "no such file");
+  if (std::filesystem::is_directory(fileName, error)) throw GraphError(fileName, "is a directory");
   std::ifstream stream(fileName);
-  if (!stream) throw ToolError(fileName, "cannot read it");
+  if (!stream) throw GraphError(fileName, "cannot read it");
   read(stream);
 }
 
-void GraphReader::read(std::istream& is) {
+void FilterGraph::read(std::istream& is) {
   deleteNodes();
   std::vector<std::pair<int, std::string>> block;
   std::string line;
@@ -152,7 +151,7 @@ void GraphReader::read(std::istream& is) {
   if (nodes.empty()) fail(0, "no filter descriptions (blocks of 'Name = value' lines)");
 }
 
-void GraphReader::addBlock(const std::vector<std::pair<int, std::string>>& lines) {
+void FilterGraph::addBlock(const std::vector<std::pair<int, std::string>>& lines) {
   Node node;
   node.line = lines.front().first;
   std::map<std::string, int> seen;
@@ -214,7 +213,7 @@ void GraphReader::addBlock(const std::vector<std::pair<int, std::string>>& lines
   nodes.push_back(std::move(node));
 }
 
-void GraphReader::checkEntryNames(const Node& node, const std::vector<std::pair<int, std::string>>& entries) {
+void FilterGraph::checkEntryNames(const Node& node, const std::vector<std::pair<int, std::string>>& entries) {
   std::ostringstream written;
   node.getFilter()->write(written);
   std::set<std::string> names;
@@ -237,7 +236,7 @@ void GraphReader::checkEntryNames(const Node& node, const std::vector<std::pair<
   }
 }
 
-std::vector<int> GraphReader::sortSourcesFirst() const {
+std::vector<int> FilterGraph::sortSourcesFirst() const {
   std::map<int, std::size_t> indexOfId;
   for (std::size_t i = 0; i < nodes.size(); ++i) indexOfId[nodes[i].id] = i;
 
@@ -284,19 +283,19 @@ std::vector<int> GraphReader::sortSourcesFirst() const {
   return order;
 }
 
-void GraphReader::connect(const std::map<int, Dataset*>& inputs) {
+void FilterGraph::connect(const std::map<int, Dataset*>& inputs) {
   inputDatasets = inputs;
   std::map<int, const Node*> nodeOfId;
   for (const Node& node : nodes) {
     if (inputs.count(node.id) != 0)
-      fail(node.line, "ID " + std::to_string(node.id) + " is given both to an --input and to a description");
+      fail(node.line, "ID " + std::to_string(node.id) + " is given both to an input and to a description");
     nodeOfId[node.id] = &node;
   }
   for (const Node& node : nodes) {
     for (int sourceId : node.sourceIds) {
       if (nodeOfId.count(sourceId) == 0 && inputs.count(sourceId) == 0) {
         fail(node.line, "source ID " + std::to_string(sourceId) + " of node " + std::to_string(node.id) +
-                            " names neither a description nor an --input");
+                            " names neither a description nor an input");
       }
     }
   }
@@ -330,38 +329,121 @@ void GraphReader::connect(const std::map<int, Dataset*>& inputs) {
   }
 }
 
-void GraphReader::announceFullAccess() {
+void FilterGraph::announceFullAccess() {
   for (const auto& [id, input] : inputDatasets) input->announceAccessToFullDataset();
   for (Node& node : nodes) node.getFilter()->announceAccessToFullDataset();
 }
 
-const GraphReader::Node* GraphReader::findNode(int id) const {
+const FilterGraph::Node* FilterGraph::findNode(int id) const {
   for (const Node& node : nodes)
     if (node.id == id) return &node;
   return nullptr;
 }
 
-Dataset* GraphReader::findDataset(int id) const {
+Dataset* FilterGraph::findDataset(int id) const {
   if (const Node* node = findNode(id)) return GetRawPtr(node->dataset);
   const auto input = inputDatasets.find(id);
   return input == inputDatasets.end() ? nullptr : input->second;
 }
 
-int GraphReader::chooseResult(int requestedId) const {
-  if (requestedId >= 0) {
-    if (findDataset(requestedId) == nullptr)
-      throw ToolError("--output-id " + std::to_string(requestedId), "no description or --input has this ID");
-    return requestedId;
-  }
+std::vector<int> FilterGraph::getResultIds() const {
   std::set<int> used;
   for (const Node& node : nodes) used.insert(node.sourceIds.begin(), node.sourceIds.end());
   std::vector<int> results;
   for (const Node& node : nodes)
     if (used.count(node.id) == 0) results.push_back(node.id);
   std::sort(results.begin(), results.end());
-  if (results.size() != 1)
-    fail(0, "the graph has several results (IDs " + joinIds(results, ", ") + "): choose one with --output-id");
+  return results;
+}
+
+int FilterGraph::chooseResult(int requestedId) const {
+  if (requestedId >= 0) {
+    if (findDataset(requestedId) == nullptr)
+      fail(0, "no description or input has ID " + std::to_string(requestedId));
+    return requestedId;
+  }
+  const std::vector<int> results = getResultIds();
+  if (results.empty()) fail(0, "the graph has no result (every node is the source of another)");
+  if (results.size() != 1) fail(0, "the graph has several results (IDs " + joinIds(results, ", ") + "): choose one");
   return results.front();
 }
 
-}  // namespace tarv::tool
+namespace {
+
+// Every dataset result depends on, sources before their users (depth first, without recursion).
+std::vector<Dataset*> datasetsSourcesFirst(Dataset* result) {
+  std::vector<Dataset*> order;
+  std::set<Dataset*> done;
+  std::vector<std::pair<Dataset*, std::size_t>> stack{{result, 0}};
+  std::set<Dataset*> active{result};
+  while (!stack.empty()) {
+    auto& [dataset, next] = stack.back();
+    auto* filter = dynamic_cast<DependentDataset*>(dataset);
+    const std::vector<Dataset*> sources = filter != nullptr ? filter->getSourceDatasets() : std::vector<Dataset*>();
+    if (next == sources.size()) {
+      done.insert(dataset);
+      active.erase(dataset);
+      order.push_back(dataset);
+      stack.pop_back();
+      continue;
+    }
+    Dataset* source = sources[next++];
+    if (done.count(source) != 0 || active.count(source) != 0) continue;
+    active.insert(source);
+    stack.emplace_back(source, 0);
+  }
+  return order;
+}
+
+}  // namespace
+
+std::string describeGraph(Dataset* result, const std::map<const Dataset*, int>& inputIds) {
+  if (result == nullptr) throw GraphError("graph", "no result dataset");
+  const std::vector<Dataset*> order = datasetsSourcesFirst(result);
+  std::set<int> taken;
+  for (const auto& [input, id] : inputIds) {
+    if (id < 0) throw GraphError("graph", "input IDs are integers of at least 0, got " + std::to_string(id));
+    if (!taken.insert(id).second) throw GraphError("graph", "ID " + std::to_string(id) + " is given to two inputs");
+  }
+  std::map<Dataset*, int> ids;
+  auto nextFree = [&taken] {
+    int id = 0;
+    while (taken.count(id) != 0) ++id;
+    taken.insert(id);
+    return id;
+  };
+  // Inputs first, so that the filters' own IDs give way to them.
+  for (Dataset* dataset : order) {
+    if (dynamic_cast<DependentDataset*>(dataset) != nullptr) continue;
+    const auto given = inputIds.find(dataset);
+    ids[dataset] = given != inputIds.end() ? given->second : nextFree();
+  }
+  for (Dataset* dataset : order) {
+    if (dynamic_cast<DependentDataset*>(dataset) == nullptr) continue;
+    const int own = dataset->getDatasetID();
+    ids[dataset] = own >= 0 && taken.insert(own).second ? own : -1;
+  }
+  for (Dataset* dataset : order)
+    if (ids[dataset] < 0) ids[dataset] = nextFree();
+
+  // DependentDataset::write names itself and its sources by their dataset IDs: lend them the
+  // graph's for the time of writing.
+  std::map<Dataset*, int> ownIds;
+  for (const auto& [dataset, id] : ids) {
+    ownIds[dataset] = dataset->getDatasetID();
+    dataset->setDatasetID(id);
+  }
+  std::ostringstream text;
+  bool first = true;
+  for (Dataset* dataset : order) {
+    auto* filter = dynamic_cast<DependentDataset*>(dataset);
+    if (filter == nullptr) continue;
+    if (!first) text << "\n";
+    first = false;
+    filter->write(text);
+  }
+  for (const auto& [dataset, id] : ownIds) dataset->setDatasetID(id);
+  return text.str();
+}
+
+}  // namespace tarv::graphs

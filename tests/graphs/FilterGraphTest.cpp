@@ -1,12 +1,11 @@
-// The graph reader of the tool: assembling filter graphs from the library's own descriptions.
-#include "GraphReader.h"
+// Filter graphs assembled from the library's own descriptions, and graphs written back as text.
+#include "graphs/FilterGraph.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 #include <string>
 
-#include "ToolError.h"
 #include "dataset/CastDataset.h"
 #include "dataset/DirectionFilteredVectorLengthDataset.h"
 #include "dataset/GradientDataset.h"
@@ -16,7 +15,7 @@
 #include "dataset/VectorLengthDataset.h"
 
 using namespace tarv;
-using namespace tarv::tool;
+using namespace tarv::graphs;
 
 namespace {
 
@@ -29,25 +28,25 @@ DatasetHandle makeRamp(const DatasetCoordinates& size) {
   return handle;
 }
 
-GraphReader readGraph(const std::string& text) {
-  GraphReader reader("g.txt");
+FilterGraph readGraph(const std::string& text) {
+  FilterGraph reader("g.txt");
   std::istringstream stream(text);
   reader.read(stream);
   return reader;
 }
 
-// The message of the ToolError that f throws, or "" when it throws none.
+// The message of the GraphError that f throws, or "" when it throws none.
 template <typename F>
 std::string errorOf(F f) {
   try {
     f();
-  } catch (const ToolError& error) {
+  } catch (const GraphError& error) {
     return error.what();
   }
   return std::string();
 }
 
-TEST(GraphReader, DescriptionsWrittenByTheLibraryReadBackAsTheSameGraph) {
+TEST(FilterGraph, DescriptionsWrittenByTheLibraryReadBackAsTheSameGraph) {
   DatasetHandle input = makeRamp(DatasetCoordinates(12, 9, 7, 1, 1));
   Dataset* source = GetRawPtr(input);
   source->setDatasetID(0);
@@ -83,10 +82,10 @@ TEST(GraphReader, DescriptionsWrittenByTheLibraryReadBackAsTheSameGraph) {
   gradientX.write(text);
   smooth.write(text);
 
-  GraphReader reader = readGraph(text.str());
+  FilterGraph reader = readGraph(text.str());
   ASSERT_EQ(reader.getNodes().size(), 5u);
   reader.connect({{0, source}});
-  const std::vector<GraphReader::Node>& nodes = reader.getNodes();
+  const std::vector<FilterGraph::Node>& nodes = reader.getNodes();
   EXPECT_EQ(nodes.front().id, 3);
   EXPECT_EQ(nodes.back().id, 11);
   EXPECT_EQ(reader.chooseResult(-1), 11);
@@ -109,8 +108,8 @@ TEST(GraphReader, DescriptionsWrittenByTheLibraryReadBackAsTheSameGraph) {
   }
 }
 
-TEST(GraphReader, CommentsAndBlankLinesSeparateDescriptions) {
-  GraphReader reader = readGraph(
+TEST(FilterGraph, CommentsAndBlankLinesSeparateDescriptions) {
+  FilterGraph reader = readGraph(
       "# a comment before\n\n\n"
       "ID = 1\n"
       "  # a comment inside does not end the block\n"
@@ -134,7 +133,7 @@ TEST(GraphReader, CommentsAndBlankLinesSeparateDescriptions) {
   EXPECT_EQ(reader.findDataset(7), nullptr);
 }
 
-TEST(GraphReader, ReportsProblemsWithFileAndLine) {
+TEST(FilterGraph, ReportsProblemsWithFileAndLine) {
   EXPECT_EQ(errorOf([] { readGraph("ID = 1\nType = Bogus\n"); }).rfind("g.txt:2: unknown type 'Bogus'", 0), 0u);
   EXPECT_EQ(errorOf([] { readGraph("ID = x\nType = CastDataset\n"); }).rfind("g.txt:1: ID needs", 0), 0u);
   EXPECT_EQ(errorOf([] { readGraph("ID = -4\nType = CastDataset\n"); }).rfind("g.txt:1: ID needs", 0), 0u);
@@ -153,38 +152,38 @@ TEST(GraphReader, ReportsProblemsWithFileAndLine) {
   EXPECT_EQ(errorOf([] { readGraph(std::string("ID = 1\0\n", 8)); }).rfind("g.txt:1: not a text file", 0), 0u);
 }
 
-TEST(GraphReader, FindsCyclesWithoutRecursion) {
+TEST(FilterGraph, FindsCyclesWithoutRecursion) {
   // A chain of 20000 nodes whose first node uses the last one.
   std::ostringstream text;
   const int count = 20000;
   for (int id = 1; id <= count; ++id)
     text << "ID = " << id << "\nType = LinearTransformationDataset\nSourceDatasetIDList = "
          << (id == 1 ? count : id - 1) << "\n\n";
-  GraphReader reader = readGraph(text.str());
+  FilterGraph reader = readGraph(text.str());
   const std::string message = errorOf([&reader] { reader.connect({}); });
   EXPECT_NE(message.find("the graph has a cycle"), std::string::npos) << message.substr(0, 200);
 }
 
-TEST(GraphReader, LongChainsWithoutCyclesConnect) {
+TEST(FilterGraph, LongChainsWithoutCyclesConnect) {
   std::ostringstream text;
   const int count = 3000;
   for (int id = 1; id <= count; ++id)
     text << "ID = " << id << "\nType = LinearTransformationDataset\nSourceDatasetIDList = " << id - 1
          << "\nSummand = 1\n\n";
-  GraphReader reader = readGraph(text.str());
+  FilterGraph reader = readGraph(text.str());
   DatasetHandle input = makeRamp(DatasetCoordinates(2, 2, 1, 1, 1));
   reader.connect({{0, GetRawPtr(input)}});
   EXPECT_EQ(reader.chooseResult(-1), count);
   EXPECT_EQ(reader.findDataset(count)->getElement<double>(DatasetCoordinates(1, 1, 0, 0, 0)), 3.0 + count);
 }
 
-TEST(GraphReader, ConnectionProblems) {
+TEST(FilterGraph, ConnectionProblems) {
   DatasetHandle input = makeRamp(DatasetCoordinates(4, 4, 1, 1, 1));
   const auto connect = [&input](const std::string& text) {
     return errorOf([&] { readGraph(text).connect({{0, GetRawPtr(input)}}); });
   };
   EXPECT_EQ(connect("ID = 4\nType = SmoothDataset\nSourceDatasetIDList = 5\n")
-                .rfind("g.txt:1: source ID 5 of node 4 names neither a description nor an --input", 0),
+                .rfind("g.txt:1: source ID 5 of node 4 names neither a description nor an input", 0),
             0u);
   EXPECT_EQ(connect("ID = 0\nType = SmoothDataset\nSourceDatasetIDList = 0\n").rfind("g.txt:1: ID 0 is given both", 0),
             0u);
@@ -199,28 +198,75 @@ TEST(GraphReader, ConnectionProblems) {
             "g.txt:5: the graph has a cycle: 2 uses 3 uses 2 (a node cannot be computed from itself)");
 }
 
-TEST(GraphReader, ChoosesTheResult) {
-  GraphReader reader = readGraph(
+TEST(FilterGraph, ChoosesTheResult) {
+  FilterGraph reader = readGraph(
       "ID = 1\nType = CastDataset\nSourceDatasetIDList = 0\n\n"
       "ID = 2\nType = CastDataset\nSourceDatasetIDList = 0\n");
   DatasetHandle input = makeRamp(DatasetCoordinates(2, 2, 2, 1, 1));
   reader.connect({{0, GetRawPtr(input)}});
   EXPECT_EQ(errorOf([&reader] { reader.chooseResult(-1); }),
-            "g.txt: the graph has several results (IDs 1, 2): choose one with --output-id");
+            "g.txt: the graph has several results (IDs 1, 2): choose one");
+  EXPECT_EQ(reader.getResultIds(), (std::vector<int>{1, 2}));
   EXPECT_EQ(reader.chooseResult(2), 2);
   EXPECT_EQ(reader.chooseResult(0), 0);
-  EXPECT_EQ(errorOf([&reader] { reader.chooseResult(3); }), "--output-id 3: no description or --input has this ID");
+  EXPECT_EQ(errorOf([&reader] { reader.chooseResult(3); }), "g.txt: no description or input has ID 3");
 }
 
-TEST(GraphReader, KnowsEveryFilterOfTheLibrary) {
-  for (const std::string& type : GraphReader::getKnownTypes()) {
-    DependentDataset* filter = GraphReader::createFilter(type);
+TEST(FilterGraph, KnowsEveryFilterOfTheLibrary) {
+  for (const std::string& type : FilterGraph::getKnownTypes()) {
+    DependentDataset* filter = FilterGraph::createFilter(type);
     ASSERT_NE(filter, nullptr) << type;
     EXPECT_EQ(filter->getTypeName(), type);
     delete filter;
   }
-  EXPECT_EQ(GraphReader::getKnownTypes().size(), 10u);
-  EXPECT_EQ(GraphReader::createFilter("EmptyDataset"), nullptr);
+  EXPECT_EQ(FilterGraph::getKnownTypes().size(), 10u);
+  EXPECT_EQ(FilterGraph::createFilter("EmptyDataset"), nullptr);
+}
+
+TEST(FilterGraph, DescribedGraphsReadBackAsTheSameComputation) {
+  DatasetHandle input = makeRamp(DatasetCoordinates(7, 6, 5, 1, 1));
+  DatasetHandle other = makeRamp(DatasetCoordinates(7, 6, 5, 1, 1));
+  // Built in code: a smoothing, two gradients of it, their length, a cast of it; IDs partly clashing.
+  auto* smooth = new SmoothDataset();
+  DatasetHandle smoothHandle(smooth);
+  smooth->setSourceDataset(GetRawPtr(input));
+  smooth->setParameters(3, 3, 1, 0.0);
+  smooth->setDatasetID(0);  // the input's ID: gives way
+  auto* gx = new GradientDataset();
+  DatasetHandle gxHandle(gx);
+  gx->setSourceDataset(smooth);
+  gx->setDatasetID(7);
+  auto* gy = new GradientDataset();
+  DatasetHandle gyHandle(gy);
+  gy->setSourceDataset(GetRawPtr(other));
+  gy->setDatasetID(7);  // taken by gx: gets a new one
+  auto* length = new VectorLengthDataset();
+  DatasetHandle lengthHandle(length);
+  length->setSourceDatasets({gx, gy});
+  auto* cast = new CastDataset();
+  DatasetHandle castHandle(cast);
+  cast->setParameters(TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT);  // before the source: it fixes the element type
+  cast->setSourceDataset(length);
+
+  const std::string text = describeGraph(cast, {{GetRawPtr(input), 0}, {GetRawPtr(other), 4}});
+  EXPECT_EQ(smooth->getDatasetID(), 0);
+  EXPECT_EQ(gy->getDatasetID(), 7);
+  EXPECT_EQ(length->getDatasetID(), -1);
+  FilterGraph reader = readGraph(text);
+  reader.connect({{0, GetRawPtr(input)}, {4, GetRawPtr(other)}});
+  ASSERT_EQ(reader.getNodes().size(), 5u);
+  const int resultId = reader.chooseResult(-1);
+  Dataset* result = reader.findDataset(resultId);
+  auto* readCast = dynamic_cast<DependentDataset*>(result);
+  ASSERT_NE(readCast, nullptr);
+  EXPECT_TRUE(readCast->isDatasetEquivalent(cast)) << text;
+  EXPECT_NE(reader.findNode(7), nullptr);
+  ASSERT_EQ(result->getSize(), cast->getSize());
+  for (auto it = cast->getStartCoordinatesIterator(); it.valid; cast->incrementCoordinatesIterator(it))
+    ASSERT_EQ(result->getElement<double>(it), cast->getElement<double>(it));
+  // The same text again: the description does not depend on memory addresses.
+  EXPECT_EQ(describeGraph(cast, {{GetRawPtr(input), 0}, {GetRawPtr(other), 4}}), text);
+  EXPECT_THROW(describeGraph(cast, {{GetRawPtr(input), 1}, {GetRawPtr(other), 1}}), GraphError);
 }
 
 }  // namespace
