@@ -34,6 +34,8 @@ set(TARV_CORE_HEADERS
 # Dataset module: the described classes, one header and one source each.
 set(TARV_DATASET_SOURCES
   status/Status.cpp
+  formats/AtomicFile.cpp
+  formats/DatasetWriting.cpp
   formats/FileStatus.cpp
   formats/FormatRegistry.cpp
   formats/DicomSeries.cpp
@@ -180,6 +182,7 @@ set(TARV_SEGMENTATION_HEADERS
 set(TARV_GRAPHS_HEADERS
   graphs/FilterGraph.h)
 set(TARV_FORMATS_HEADERS
+  formats/DatasetWriting.h
   formats/FormatRegistry.h
   formats/SlabWriters.h
   formats/ValueConversion.h)
@@ -188,6 +191,7 @@ set(TARV_STATUS_HEADERS
 
 # Internal units: built into the library, their headers not installed.
 set(TARV_INTERNAL_HEADERS
+  formats/AtomicFile.h
   formats/ContiguousElements.h
   formats/DicomSeries.h
   formats/FileStatus.h

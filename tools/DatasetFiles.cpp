@@ -5,13 +5,13 @@
 #include <sstream>
 #include <vector>
 
-#include "AtomicFile.h"
 #include "Interrupt.h"
 #include "OptionParsing.h"
 #include "ProgressBar.h"
 #include "ToolError.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/FileStatus.h"
+#include "formats/DatasetWriting.h"
 #include "formats/FormatRegistry.h"
 #include "formats/SlabWriters.h"
 #include "formats/ValueConversion.h"
@@ -133,159 +133,81 @@ void throwIfReadFailed(const OpenedDataset& opened) {
 
 namespace {
 
-struct WritePlan {
-  FileFormat format = FileFormat::raw;
-  TARVElementType elementType = TARV_ELEMENT_TYPE_NO_TYPE;
-};
-
-// With checkValues, values that the element type cannot hold are refused (this may compute the
-// data's range).
-WritePlan planWrite(Dataset* dataset, const std::string& path, const OutputOptions& options, bool checkValues) {
-  WritePlan plan;
-  plan.format = chooseFileFormat(path, options.format, "--format");
+// The request for the library, after the checks of the options' own values.
+formats::WriteRequest writeRequest(Dataset* dataset, const std::string& path, const OutputOptions& options) {
+  formats::WriteRequest request;
+  request.format = chooseFileFormat(path, options.format, "--format");
   if (dataset == nullptr || !dataset->hasData()) throw ToolError(path, "no data to write");
-  const formats::FormatDescription& format = formats::describeFormat(plan.format);
-  const DatasetCoordinates sourceSize = dataset->getSize();
-  if (options.time >= sourceSize.t) {
+  const DatasetCoordinates size = dataset->getSize();
+  if (options.time >= size.t) {
     throw ToolError("--time " + std::to_string(options.time),
-                    "the data has " + (sourceSize.t == 1 ? std::string("one time step (0)")
-                                                         : "time steps 0 to " + std::to_string(sourceSize.t - 1)));
+                    "the data has " + (size.t == 1 ? std::string("one time step (0)")
+                                                   : "time steps 0 to " + std::to_string(size.t - 1)));
   }
-  if (options.time < 0 && sourceSize.t > 1 && !format.holdsTimeSteps) {
-    throw ToolError(path, std::string(format.displayName) + " holds one time step and the data has " +
-                              std::to_string(sourceSize.t) + ": choose one with --time");
-  }
-  plan.elementType = options.type.empty() ? dataset->getElementType() : parseElementType(options.type, "--type");
-  if (options.component >= sourceSize.c) {
+  if (options.component >= size.c) {
     throw ToolError("--component " + std::to_string(options.component),
-                    "the data has " + (sourceSize.c == 1 ? std::string("one component (0)")
-                                                         : "components 0 to " + std::to_string(sourceSize.c - 1)));
+                    "the data has " + (size.c == 1 ? std::string("one component (0)")
+                                                   : "components 0 to " + std::to_string(size.c - 1)));
   }
-  DatasetCoordinates size = sourceSize;
-  if (options.time >= 0) size.t = 1;
-  if (options.component >= 0) size.c = 1;
-  if (Status type = formats::checkFormatHoldsElementType(plan.format, plan.elementType); !type.ok())
-    throw ToolError(path, type.message() + ": choose one with --type");
-  if (Status shape = formats::checkFormatHoldsShape(plan.format, size); !shape.ok())
-    throw ToolError(path, shape.message() + (format.maximumComponents > 0 && size.c > format.maximumComponents
-                                                 ? ": choose one with --component"
-                                             : format.holdsOnePlane && size.z > 1
-                                                 ? " (use 'tarv slice' for a view of one plane)"
-                                                 : ""));
-  if (plan.format == FileFormat::raw) checkFillers(path, options.raw);
+  if (!options.type.empty()) request.elementType = parseElementType(options.type, "--type");
+  request.timeStep = options.time;
+  request.component = options.component;
+  request.clamp = options.clamp;
   if (options.clamp && !options.rescale.empty()) throw ToolError("--clamp", "give --clamp or --rescale, not both");
   if (!options.rescale.empty()) {
     const std::vector<double> range = parseNumberList(options.rescale, "--rescale", 2, 2);
-    const formats::ValueLimits limits = formats::elementTypeLimits(plan.elementType);
+    const TARVElementType type =
+        request.elementType == TARV_ELEMENT_TYPE_NO_TYPE ? dataset->getElementType() : request.elementType;
+    const formats::ValueLimits limits = formats::elementTypeLimits(type);
     if (!(range[0] >= limits.lowest && range[1] <= limits.highest && range[0] < range[1]))
-      throw ToolError("--rescale " + options.rescale, "LOW must be below HIGH, both within " +
-                                                          std::string(elementTypeName(plan.elementType)) + "'s range");
-  } else if (checkValues && !options.clamp && plan.elementType != dataset->getElementType()) {
-    if (Status fits = formats::checkValuesFit(dataset, plan.elementType); !fits.ok())
-      throw ToolError(path, fits.message() + ": give --clamp or --rescale LOW,HIGH");
+      throw ToolError("--rescale " + options.rescale,
+                      "LOW must be below HIGH, both within " + std::string(elementTypeName(type)) + "'s range");
+    request.rescale = std::make_pair(range[0], range[1]);
   }
-  return plan;
-}
-
-// The data to write: the dataset, or its values rescaled (held by holder).
-Dataset* valuesToWrite(Dataset* dataset, const OutputOptions& options, DatasetHandle& holder) {
-  if (options.rescale.empty()) return dataset;
-  const std::vector<double> range = parseNumberList(options.rescale, "--rescale", 2, 2);
-  holder = formats::rescaledValues(dataset, range[0], range[1]);
-  return GetRawPtr(holder);
-}
-
-// The blocks of a lazily read source that could not be read, as the error of the write.
-void throwIfBlocksFailed(Dataset* dataset, const std::string& path, const OutputOptions& options) {
-  if (Status blocks = formats::blockReadStatus(dataset); !blocks.ok())
-    throw ToolError(options.sourceName.empty() ? path : options.sourceName, "damaged file: " + blocks.message());
-}
-
-WrittenFile writeInSlabs(Dataset* dataset, const std::string& path, const OutputOptions& options,
-                         const WritePlan& plan) {
-  AtomicFile file(path);
-  formats::StreamedWrite request;
-  request.format = plan.format;
+  checkFillers(path, options.raw);
   request.raw = options.raw.file;
-  request.elementType = plan.elementType;
-  request.timeStep = options.time;
-  request.clampToType = options.clamp;
-  Status written;
-  {
-    ProgressBar bar(options.work, options.showProgress);
-    request.progress = &bar;
-    {
-      Interrupt::CancellableWork work;
-      written = formats::writeDatasetFileInSlabs(dataset, file.getTemporaryPath(), request);
-    }
-    if (Interrupt::requested() || written.code() == StatusCode::cancelled)
-      throw ToolInterrupted("interrupted while " + options.work + ", nothing written");
-    if (written.ok()) bar.finish();
-  }
-  throwIfBlocksFailed(dataset, path, options);
-  if (!written.ok()) throw ToolError(path, "writing failed: " + written.message());
-  WrittenFile result;
-  result.format = plan.format;
-  result.size = dataset->getSize();
-  if (options.time >= 0) result.size.t = 1;
-  result.elementType = plan.elementType;
-  result.bytes = file.getTemporarySize();
-  file.commit();
-  return result;
+  request.names.elementType = "--type";
+  request.names.timeStep = "--time";
+  request.names.component = "--component";
+  request.names.clamp = "--clamp";
+  request.names.rescale = "--rescale LOW,HIGH";
+  return request;
 }
 
-WrittenFile writeValues(Dataset* dataset, const std::string& path, const OutputOptions& options, const WritePlan& plan) {
-  if (formats::formatWritesInSlabs(plan.format)) return writeInSlabs(dataset, path, options, plan);
-  calculateWithProgress(dataset, options.work, options.showProgress);
-  DatasetHandle converted;
-  Dataset* data = dataset;
-  if (options.time >= 0 || plan.elementType != dataset->getElementType()) {
-    DatasetBoundingBox box = dataset->getVoxelBoundingBox();
-    if (options.time >= 0) box.start.t = box.end.t = options.time;
-    data = new Dataset(true);
-    converted = data;
-    if (options.clamp)
-      formats::convertPartClamping(*data, dataset, plan.elementType, box);
-    else
-      data->convertPartFrom(dataset, plan.elementType, box);
-    if (!data->hasData()) throw ToolError(path, "not enough memory to convert the data");
-  }
-
-  AtomicFile file(path);
-  const Status written = formats::writeDatasetFile(data, file.getTemporaryPath(), plan.format, options.raw.file);
-  // A lazily read source may have failed to give some of the data.
-  throwIfBlocksFailed(dataset, path, options);
-  if (!written.ok()) throw ToolError(path, "writing failed: " + written.message());
-  WrittenFile result;
-  result.format = plan.format;
-  result.size = data->getSize();
-  result.elementType = plan.elementType;
-  result.bytes = file.getTemporarySize();
-  file.commit();
-  return result;
+// A refusal of the library as the tool's error: about the target file, or about the file being
+// read when one of its blocks could not be read.
+[[noreturn]] void throwWriteError(const Status& status, const std::string& path, const OutputOptions& options) {
+  const bool damagedSource = status.code() == StatusCode::corrupt && status.message().rfind("damaged file", 0) == 0;
+  std::string message = status.message();
+  // A stack of planes for a format of one plane: the tool has a command for that.
+  if (message.find(" holds one plane;") != std::string::npos) message += " (use 'tarv slice' for a view of one plane)";
+  throw ToolError(damagedSource && !options.sourceName.empty() ? options.sourceName : path, message);
 }
 
 }  // namespace
 
 void checkCanWrite(Dataset* dataset, const std::string& path, const OutputOptions& options) {
-  planWrite(dataset, path, options, false);
+  const formats::WriteRequest request = writeRequest(dataset, path, options);
+  if (Status checked = formats::checkWrite(dataset, path, request); !checked.ok())
+    throwWriteError(checked, path, options);
 }
 
 WrittenFile writeDataset(Dataset* dataset, const std::string& path, const OutputOptions& options) {
-  if (options.component >= 0) {
-    // The chosen component in memory, then written as data of one component.
-    planWrite(dataset, path, options, false);
-    Result<DatasetHandle> part = formats::componentOf(dataset, options.component);
-    throwIfBlocksFailed(dataset, path, options);
-    if (!part.ok()) throw ToolError(path, part.status().message());
-    OutputOptions rest = options;
-    rest.component = -1;
-    return writeDataset(GetRawPtr(*part), path, rest);
+  formats::WriteRequest request = writeRequest(dataset, path, options);
+  Result<formats::WrittenFile> written = invalidArgumentError("not written");
+  {
+    ProgressBar bar(options.work, options.showProgress);
+    request.progress = &bar;
+    {
+      Interrupt::CancellableWork work;
+      written = formats::writeDataset(dataset, path, request);
+    }
+    if (Interrupt::requested() || (!written.ok() && written.status().code() == StatusCode::cancelled))
+      throw ToolInterrupted("interrupted while " + options.work + ", nothing written");
+    if (written.ok()) bar.finish();
   }
-  const WritePlan plan = planWrite(dataset, path, options, true);
-  // Rescaled values are written in the type the data had, unless --type names another.
-  DatasetHandle rescaled;
-  return writeValues(valuesToWrite(dataset, options, rescaled), path, options, plan);
+  if (!written.ok()) throwWriteError(written.status(), path, options);
+  return *written;
 }
 
 }  // namespace tarv::tool

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "FileFormat.h"
+#include "formats/DatasetWriting.h"
 #include "formats/FormatRegistry.h"
 #include "dataset/Dataset.h"
 #include "dataset/DatasetHandle.h"
@@ -80,12 +81,7 @@ struct OpenedDataset {
 OpenedDataset openDataset(const std::string& path, const InputOptions& options, Access access);
 
 // What writeDataset wrote.
-struct WrittenFile {
-  FileFormat format = FileFormat::raw;
-  DatasetCoordinates size;
-  TARVElementType elementType = TARV_ELEMENT_TYPE_NO_TYPE;
-  long long bytes = 0;
-};
+using WrittenFile = formats::WrittenFile;
 
 // Writes the dataset (time step options.time, component options.component, converted to options.type) in the format named by
 // options.format or by the extension, atomically: an existing file is replaced only by a

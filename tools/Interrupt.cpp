@@ -4,7 +4,7 @@
 
 #include <csignal>
 
-#include "AtomicFile.h"
+#include "formats/AtomicFile.h"
 
 namespace tarv::tool {
 
@@ -18,7 +18,7 @@ void handleSignal(int) {
     interruptRequested = 1;
     return;
   }
-  AtomicFile::removeAllTemporaryFiles();
+  formats::AtomicFile::removeAllTemporaryFiles();
   static const char message[] = "tarv: interrupted, nothing written\n";
   const ssize_t written = ::write(STDERR_FILENO, message, sizeof message - 1);
   static_cast<void>(written);

@@ -1,4 +1,4 @@
-#include "AtomicFile.h"
+#include "formats/AtomicFile.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,9 +11,8 @@
 #include <filesystem>
 #include <vector>
 
-#include "ToolError.h"
 
-namespace tarv::tool {
+namespace tarv::formats {
 
 namespace {
 
@@ -43,28 +42,31 @@ std::string systemReason() { return std::strerror(errno); }
 
 }  // namespace
 
-AtomicFile::AtomicFile(const std::string& targetPath) : target(targetPath) {
+Status AtomicFile::open(const std::string& targetPath) {
   namespace fs = std::filesystem;
+  if (!temporary.empty()) return invalidArgumentError("the file is open already");
+  target = targetPath;
   const fs::path path(target);
-  if (path.filename().empty()) throw ToolError(target, "not a file name");
+  if (path.filename().empty()) return invalidArgumentError("not a file name");
   std::error_code error;
-  if (fs::is_directory(path, error)) throw ToolError(target, "is a directory");
+  if (fs::is_directory(path, error)) return invalidArgumentError("is a directory");
   const fs::path directory = path.parent_path().empty() ? fs::path(".") : path.parent_path();
   if (!fs::is_directory(directory, error))
-    throw ToolError(target, "cannot write: directory " + directory.string() + " does not exist");
+    return notFoundError("cannot write: directory " + directory.string() + " does not exist");
 
   std::string pattern = (directory / ("." + path.filename().string() + ".tmp-XXXXXX")).string();
   std::vector<char> buffer(pattern.begin(), pattern.end());
   buffer.push_back('\0');
   const int descriptor = ::mkstemp(buffer.data());
-  if (descriptor < 0) throw ToolError(target, "cannot write: " + systemReason());
+  if (descriptor < 0) return ioError("cannot write: " + systemReason());
   ::close(descriptor);
   temporary = buffer.data();
   slot = claimSlot(temporary);
+  return okStatus();
 }
 
 AtomicFile::~AtomicFile() {
-  if (!committed) ::unlink(temporary.c_str());
+  if (!committed && !temporary.empty()) ::unlink(temporary.c_str());
   releaseSlot(slot);
 }
 
@@ -74,7 +76,8 @@ long long AtomicFile::getTemporarySize() const {
   return static_cast<long long>(status.st_size);
 }
 
-void AtomicFile::commit() {
+Status AtomicFile::commit() {
+  if (temporary.empty() || committed) return invalidArgumentError("no file to commit");
   struct stat status {};
   mode_t mode = 0;
   if (::stat(target.c_str(), &status) == 0) {
@@ -85,10 +88,11 @@ void AtomicFile::commit() {
     mode = 0666 & ~mask;
   }
   ::chmod(temporary.c_str(), mode);
-  if (::rename(temporary.c_str(), target.c_str()) != 0) throw ToolError(target, "cannot write: " + systemReason());
+  if (::rename(temporary.c_str(), target.c_str()) != 0) return ioError("cannot write: " + systemReason());
   committed = true;
   releaseSlot(slot);
   slot = -1;
+  return okStatus();
 }
 
 void AtomicFile::removeAllTemporaryFiles() {
@@ -96,4 +100,4 @@ void AtomicFile::removeAllTemporaryFiles() {
     if (slotUsed[i] != 0) ::unlink(slotPaths[i]);
 }
 
-}  // namespace tarv::tool
+}  // namespace tarv::formats

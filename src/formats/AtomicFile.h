@@ -1,9 +1,11 @@
-#ifndef TARV_TOOLS_ATOMICFILE_H
-#define TARV_TOOLS_ATOMICFILE_H
+#ifndef TARV_FORMATS_ATOMICFILE_H
+#define TARV_FORMATS_ATOMICFILE_H
 
 #include <string>
 
-namespace tarv::tool {
+#include "status/Status.h"
+
+namespace tarv::formats {
 
 // An output file that appears complete or not at all: the writer writes to a temporary file
 // beside the target (same directory, so the final rename cannot cross file systems), and
@@ -11,9 +13,10 @@ namespace tarv::tool {
 // temporary file, so a failed or interrupted run never touches an existing target.
 class AtomicFile {
 public:
-  // Creates the temporary file; throws ToolError naming the target when that is impossible.
-  explicit AtomicFile(const std::string& target);
+  AtomicFile() = default;
   ~AtomicFile();
+  // Creates the temporary file for target; fails with the reason when that is impossible.
+  Status open(const std::string& target);
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
@@ -22,8 +25,8 @@ public:
   // Size of the temporary file in bytes, -1 when it is gone.
   long long getTemporarySize() const;
   // Gives the file the target's permissions (or the usual ones for a new file) and renames it
-  // into place; throws ToolError naming the target on failure.
-  void commit();
+  // into place; fails with the reason.
+  Status commit();
 
   // Removes the temporary files of every uncommitted AtomicFile; safe in a signal handler.
   static void removeAllTemporaryFiles();
@@ -35,6 +38,6 @@ private:
   bool committed = false;
 };
 
-}  // namespace tarv::tool
+}  // namespace tarv::formats
 
 #endif
