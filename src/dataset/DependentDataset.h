@@ -69,6 +69,14 @@ public:
   // classes (Dataset::isLibraryClass); bulk evaluation brings these boxes into the sources' caches
   // before computing the box.
   DatasetBoundingBox getSourceRegion(std::size_t i, const DatasetBoundingBox& box) const;
+  // Whether an element reads a window of the primary source (of size, placed with centre on the
+  // element) rather than the element of the same coordinates; whether it reads its sources at all.
+  bool readsSourceNeighbourhood(DatasetCoordinates& size, DatasetCoordinates& centre) const {
+    size = neighbourhoodSize;
+    centre = neighbourhoodCentre;
+    return readsNeighbourhoods;
+  }
+  bool readsSources() const { return readsSourceElements; }
 
 protected:
   // What the calculation reads of its sources: by default the element of the same coordinates of

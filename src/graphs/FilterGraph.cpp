@@ -446,4 +446,41 @@ std::string describeGraph(Dataset* result, const std::map<const Dataset*, int>& 
   return text.str();
 }
 
+GraphMargins sourceMargins(Dataset* result, const Dataset* source) {
+  GraphMargins found;
+  if (result == nullptr) return found;
+  // Users before their sources: the margins of a node are final when its sources are reached.
+  std::vector<Dataset*> order = datasetsSourcesFirst(result);
+  std::reverse(order.begin(), order.end());
+  std::map<const Dataset*, GraphMargins> margins;
+  margins[result] = GraphMargins();
+  for (Dataset* dataset : order) {
+    auto* filter = dynamic_cast<DependentDataset*>(dataset);
+    const auto own = margins.find(dataset);
+    if (filter == nullptr || own == margins.end() || !filter->readsSources()) continue;
+    DatasetCoordinates size;
+    DatasetCoordinates centre;
+    const bool windows = filter->readsSourceNeighbourhood(size, centre);
+    const std::vector<Dataset*> sources = filter->getSourceDatasets();
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+      GraphMargins reach = own->second;
+      if (windows && i == 0) {
+        for (int k = 0; k < 4; ++k) {
+          reach.before[k] += std::max(centre[k], 0);
+          reach.after[k] += std::max(size[k] - 1 - centre[k], 0);
+        }
+      }
+      auto [entry, added] = margins.try_emplace(sources[i], reach);
+      if (!added) {
+        for (int k = 0; k < 4; ++k) {
+          entry->second.before[k] = std::max(entry->second.before[k], reach.before[k]);
+          entry->second.after[k] = std::max(entry->second.after[k], reach.after[k]);
+        }
+      }
+    }
+  }
+  const auto reached = margins.find(source);
+  return reached == margins.end() ? found : reached->second;
+}
+
 }  // namespace tarv::graphs

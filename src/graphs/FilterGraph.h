@@ -101,6 +101,17 @@ private:
 // were. Throws GraphError when two inputs are given the same ID.
 std::string describeGraph(Dataset* result, const std::map<const Dataset*, int>& inputIds = {});
 
+// How far from an element of result the elements of source that it depends on can lie, along x,
+// y, z and t, before and after it: the sum of the neighbourhood half-widths along the paths from
+// source to result (the largest over the paths). A part of result computed from a part of source
+// grown by these margins equals the part of the whole result. Zero when result does not depend on
+// source.
+struct GraphMargins {
+  DatasetCoordinates before{0, 0, 0, 0, 0};
+  DatasetCoordinates after{0, 0, 0, 0, 0};
+};
+GraphMargins sourceMargins(Dataset* result, const Dataset* source);
+
 }  // namespace tarv::graphs
 
 #endif
