@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs the dependencies, builds tarv and runs its tests: a normal build of the library and the
-# tool, installed, with an application outside the tree built against the package; every test
-# (unit tests, the tool's tests, the file tests against other software, every fuzz corpus replayed
-# through its harness) under AddressSanitizer and UndefinedBehaviorSanitizer; the threaded tests
+# tool, installed, with an application outside the tree built against the package and the Python
+# package's tests run against the installed package; every test (unit tests, the tool's tests, the
+# file tests against other software, the Python package's tests, every fuzz corpus replayed through
+# its harness) under AddressSanitizer and UndefinedBehaviorSanitizer; the threaded tests
 # under ThreadSanitizer. TARV_FUZZ_SECONDS=N adds the libFuzzer (clang-14) build of the harnesses
 # and N seconds of fuzzing each.
 set -euo pipefail
@@ -23,6 +24,10 @@ cmake --install build/release
 cmake -S examples/outside -B build/outside -DCMAKE_PREFIX_PATH="$top/build/install"
 cmake --build build/outside -j"$jobs"
 LD_LIBRARY_PATH="$top/build/install/lib:${LD_LIBRARY_PATH:-}" build/outside/outside_app
+
+echo "== the Python package, installed"
+PYTHONPATH="$top/build/install/lib/python3/dist-packages" TARV_TOOL="$top/build/install/bin/tarv" \
+  /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/python
 
 echo "== every test under AddressSanitizer and UndefinedBehaviorSanitizer"
 # Line tables are enough for the sanitizers' reports, and quicker to build than full debug information.

@@ -22,9 +22,12 @@ struct PyGraph {
 
 // A value of a description entry: a number, true/false, or numbers separated by blanks.
 std::string entryValue(const std::string& name, const py::handle& value) {
-  if (py::isinstance<py::bool_>(value)) return value.cast<bool>() ? "true" : "false";
-  if (py::isinstance<py::int_>(value) || py::isinstance<py::float_>(value))
-    return py::repr(py::float_(value.cast<double>())).cast<std::string>();
+  if (py::isinstance<py::bool_>(value) || py::isinstance(value, py::module_::import("numpy").attr("bool_")))
+    return PyObject_IsTrue(value.ptr()) == 1 ? "true" : "false";
+  // Integers exactly; other numbers in the shortest form that reads back as the same double.
+  if (PyIndex_Check(value.ptr())) return py::str(py::int_(py::reinterpret_borrow<py::object>(value))).cast<std::string>();
+  if (PyFloat_Check(value.ptr()) || py::hasattr(value, "__float__"))
+    return py::repr(py::float_(PyFloat_AsDouble(value.ptr()))).cast<std::string>();
   if (py::isinstance<py::str>(value)) return value.cast<std::string>();
   if (py::hasattr(value, "__iter__")) {
     std::string words;

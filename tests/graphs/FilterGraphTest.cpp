@@ -223,6 +223,23 @@ TEST(FilterGraph, KnowsEveryFilterOfTheLibrary) {
   EXPECT_EQ(FilterGraph::createFilter("EmptyDataset"), nullptr);
 }
 
+TEST(FilterGraph, MarginsAddUpAlongTheLongestPath) {
+  DatasetHandle input = makeRamp(DatasetCoordinates(12, 10, 8, 1, 1));
+  FilterGraph reader = readGraph(
+      "ID = 1\nType = SmoothDataset\nSourceDatasetIDList = 0\nKernelXSize = 5\nKernelYSize = 3\nKernelZSize = 1\n\n"
+      "ID = 2\nType = SmoothDataset\nSourceDatasetIDList = 1\nKernelXSize = 3\nKernelYSize = 3\nKernelZSize = 3\n\n"
+      "ID = 3\nType = CastDataset\nSourceDatasetIDList = 0\n\n"
+      "ID = 4\nType = VectorLengthDataset\nSourceDatasetIDList = 3 2\n");
+  reader.connect({{0, GetRawPtr(input)}});
+  const GraphMargins margins = sourceMargins(reader.findDataset(4), GetRawPtr(input));
+  EXPECT_EQ(margins.before, DatasetCoordinates(3, 2, 1, 0, 0));
+  EXPECT_EQ(margins.after, DatasetCoordinates(3, 2, 1, 0, 0));
+  const GraphMargins direct = sourceMargins(reader.findDataset(3), GetRawPtr(input));
+  EXPECT_EQ(direct.before, DatasetCoordinates(0, 0, 0, 0, 0));
+  const GraphMargins unrelated = sourceMargins(reader.findDataset(3), reader.findDataset(1));
+  EXPECT_EQ(unrelated.after, DatasetCoordinates(0, 0, 0, 0, 0));
+}
+
 TEST(FilterGraph, DescribedGraphsReadBackAsTheSameComputation) {
   DatasetHandle input = makeRamp(DatasetCoordinates(7, 6, 5, 1, 1));
   DatasetHandle other = makeRamp(DatasetCoordinates(7, 6, 5, 1, 1));

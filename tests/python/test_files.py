@@ -1,0 +1,128 @@
+"""Files through the package: the registry's formats both ways, geometry against nibabel, lazy
+reading, refusals that say what, and writes that replace a file only by a complete one."""
+import os
+
+import nibabel as nib
+import numpy as np
+import pytest
+
+import tarv
+from conftest import ct_like
+
+
+def test_nifti_written_by_nibabel_reads_as_nibabel_reads_it(tmp_path):
+    volume = ct_like((6, 7, 8))  # (z, y, x)
+    affine = np.array([[-0.8, 0.0, 0.0, 90.0], [0.0, -0.7, 0.0, 120.0], [0.0, 0.0, 2.5, -30.0], [0, 0, 0, 1]])
+    image = nib.Nifti1Image(volume.T, affine)  # nibabel's axes are x, y, z
+    image.header.set_slope_inter(2.0, -1024.0)
+    nib.save(image, tmp_path / "ct.nii.gz")
+    d = tarv.open(tmp_path / "ct.nii.gz")
+    assert d.shape == (6, 7, 8) and d.dtype == np.int16
+    assert np.array_equal(np.asarray(d), volume)
+    assert d.modality_lut == (2.0, -1024.0)
+    assert np.allclose(d.spacing, (0.8, 0.7, 2.5))
+    # World coordinates are LPS: NIfTI's RAS with x and y negated.
+    ras = affine @ np.array([3, 4, 5, 1.0])
+    assert np.allclose(d.voxel_to_world(3, 4, 5), (-ras[0], -ras[1], ras[2]))
+
+
+def test_written_nifti_reads_in_nibabel_with_the_same_affine(tmp_path):
+    volume = np.arange(4 * 5 * 6, dtype=np.float32).reshape(4, 5, 6)
+    d = tarv.Dataset.from_array(volume, spacing=(0.5, 0.6, 2.0), origin=(10.0, -20.0, 5.0))
+    written = tarv.write(d, tmp_path / "out.nii")
+    assert written["format"] == "nifti" and written["size"] == (6, 5, 4, 1, 1)
+    image = nib.load(tmp_path / "out.nii")
+    assert np.array_equal(np.asarray(image.dataobj).T, volume)
+    lps = np.array([10.0 + 0.5 * 2, -20.0 + 0.6 * 3, 5.0 + 2.0 * 1])
+    ras = image.affine @ np.array([2, 3, 1, 1.0])
+    assert np.allclose(ras[:3], (-lps[0], -lps[1], lps[2]))
+
+
+@pytest.mark.parametrize("name", ["v.tarv", "v.tif", "v.mha", "v.nii.gz", "v.vti", "v.raw"])
+def test_formats_round_trip(tmp_path, name):
+    volume = ct_like((5, 6, 7))
+    d = tarv.Dataset.from_array(volume, spacing=(0.5, 0.5, 1.5))
+    tarv.write(d, tmp_path / name)
+    raw = dict(size=(7, 6, 5), element_type="int16") if name.endswith(".raw") else None
+    back = tarv.open(tmp_path / name, raw=raw)
+    assert np.array_equal(np.asarray(back), volume), name
+    assert tarv.probe_format(tmp_path / name) == {"tarv": "tarv1", "tif": "tiff", "mha": "metaimage", "gz": "nifti-gz",
+                                                  "vti": "vti", "raw": "raw"}[name.rsplit(".", 1)[1]]
+
+
+def test_lazy_files_read_only_what_is_asked(tmp_path):
+    volume = ct_like((8, 16, 16))
+    tarv.write(tarv.Dataset.from_array(volume), tmp_path / "v.tif")
+    lazy = tarv.open(tmp_path / "v.tif", lazy=True)
+    assert not lazy.in_memory
+    assert np.array_equal(lazy.to_array(np.s_[2:3, 4:9, :]), volume[2:3, 4:9, :])
+    assert np.array_equal(np.asarray(lazy), volume)
+    whole = tarv.open(tmp_path / "v.tif", lazy=False)
+    assert whole.in_memory
+
+
+def test_conversions_that_would_lose_values_are_refused_unless_said_how(tmp_path):
+    d = tarv.Dataset.from_array(np.array([[[-1000, 0, 3000]]], dtype=np.int16))
+    with pytest.raises(ValueError, match="give clamp=True or rescale=\\(low, high\\)"):
+        tarv.write(d, tmp_path / "u.raw", element_type="uint16")
+    assert not (tmp_path / "u.raw").exists()
+    tarv.write(d, tmp_path / "c.raw", element_type=np.uint16, clamp=True)
+    assert np.fromfile(tmp_path / "c.raw", dtype=np.uint16).tolist() == [0, 0, 3000]
+    tarv.write(d, tmp_path / "r.raw", element_type="uint8", rescale=(0, 200))
+    assert np.fromfile(tmp_path / "r.raw", dtype=np.uint8).tolist() == [0, 50, 200]
+
+
+def test_refusals_name_what_and_how(tmp_path):
+    rgb = tarv.Dataset.from_array(np.zeros((1, 4, 5, 3), dtype=np.uint8), components=True)
+    with pytest.raises(ValueError, match="choose one with component="):
+        tarv.write(rgb, tmp_path / "x.tarv")
+    tarv.write(rgb, tmp_path / "g.tarv", component=1)
+    with pytest.raises(ValueError, match="no component 3"):
+        tarv.write(rgb, tmp_path / "x.raw", component=3)
+    with pytest.raises(ValueError, match="holds one time step.*choose one with time="):
+        tarv.write(tarv.Dataset.from_array(np.zeros((2, 2, 3, 4), dtype=np.uint8)), tmp_path / "x.vti")
+    with pytest.raises(ValueError, match="extension names no format"):
+        tarv.write(rgb, tmp_path / "x.unknown")
+    with pytest.raises(ValueError, match="unknown format"):
+        tarv.write(rgb, tmp_path / "x.raw", format="gif")
+    with pytest.raises(FileNotFoundError):
+        tarv.open(tmp_path / "absent.nii")
+    with pytest.raises(FileNotFoundError, match="does not exist"):
+        tarv.write(rgb, tmp_path / "no" / "such" / "x.raw")
+    (tmp_path / "junk.nii").write_bytes(b"\x00" * 100)
+    with pytest.raises(ValueError, match="junk.nii"):
+        tarv.open(tmp_path / "junk.nii")
+    with pytest.raises(ValueError, match="raw file stores no layout"):
+        tarv.open(tmp_path / "g.tarv", format="raw")
+    with pytest.raises(TypeError):
+        tarv.write(np.zeros(3), tmp_path / "x.raw")
+
+
+def test_a_failed_write_leaves_the_old_file(tmp_path):
+    target = tmp_path / "keep.raw"
+    target.write_bytes(b"old")
+    d = tarv.Dataset.from_array(np.array([[[-5, 5]]], dtype=np.int8))
+    with pytest.raises(ValueError):
+        tarv.write(d, target, element_type="uint8")
+    assert target.read_bytes() == b"old"
+    assert sorted(os.listdir(tmp_path)) == ["keep.raw"], "no temporary left"
+
+
+def test_progress_is_reported_and_an_exception_stops_the_write(tmp_path):
+    volume = ct_like((32, 64, 64))
+    smooth = tarv.filters.smooth(tarv.Dataset.from_array(volume), kernel_x_size=3, kernel_y_size=3, kernel_z_size=3)
+    seen = []
+    tarv.write(smooth, tmp_path / "s.tarv", progress=seen.append)
+    assert seen and all(0.0 <= f < 1.0 for f in seen) and seen == sorted(seen)
+
+    class Stop(Exception):
+        pass
+
+    def stop(fraction):
+        raise Stop()
+
+    (tmp_path / "t.nii").write_bytes(b"old")
+    again = tarv.filters.smooth(tarv.Dataset.from_array(volume), kernel_x_size=5)
+    with pytest.raises(Stop):
+        tarv.write(again, tmp_path / "t.nii", progress=stop)
+    assert (tmp_path / "t.nii").read_bytes() == b"old"
