@@ -12,7 +12,7 @@ root="$(dirname "$here")"
 build="${1:-$root/build-bench}"
 
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DTARV_BUILD_BENCH=ON -DTARV_BUILD_TOOLS=ON > /dev/null
-cmake --build "$build" --target tarv_bench tarv -j2 > /dev/null
+cmake --build "$build" --target tarv_bench tarv _tarv -j2 > /dev/null
 
 work="${TARV_BENCH_DIR:-}"
 cleanup=0
@@ -30,6 +30,7 @@ echo "load before: $(cut -d' ' -f1-3 /proc/loadavg)" >&2
   --benchmark_out_format=json > /dev/null 2> "$work/ours.stderr" || { cat "$work/ours.stderr" >&2; exit 1; }
 /usr/bin/python3 "$here/peers.py" "$work" > "$work/peers.json"
 /usr/bin/python3 "$here/tool_rows.py" "$build/tools/tarv" "$work" > "$work/tools.json"
+PYTHONPATH="$build/python" /usr/bin/python3 "$here/python_rows.py" "$root/examples/graphs/edges.graph" > "$work/python.json"
 echo "load after: $(cut -d' ' -f1-3 /proc/loadavg)" >&2
-/usr/bin/python3 "$here/table.py" "$work/ours.json" "$work/peers.json" "$work/tools.json"
+/usr/bin/python3 "$here/table.py" "$work/ours.json" "$work/peers.json" "$work/tools.json" "$work/python.json"
 if [ "$cleanup" = 1 ]; then rm -rf "$work"; fi

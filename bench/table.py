@@ -44,7 +44,7 @@ def load_ours(path):
     return rows
 
 
-def main(ours_path, peers_path, tools_path):
+def main(ours_path, peers_path, tools_path, python_path=None):
     ours = load_ours(ours_path)
     with open(peers_path) as f:
         peers = json.load(f)
@@ -126,10 +126,29 @@ def main(ours_path, peers_path, tools_path):
     row("one filter of every type, streamed, 256³ int16", every, "its most expensive filter alone (streamed)", alone,
         "≤ 2 × that", "yes" if every <= 2 * alone else "no")
 
+    if python_path:
+        with open(python_path) as f:
+            py = json.load(f)
+        scipy = py["python_edges_scipy"]
+        for threads in (1, 2):
+            ours_s = py[f"python_edges_t{threads}"]
+            row(f"edge graph from Python (`tarv.Graph` on a NumPy array), 256³ int16, {threads} thread"
+                f"{'s' if threads == 2 else ''} (wall)", ours_s, "numpy/scipy script (wall)", scipy, "≤ 0.1 × scipy",
+                "yes" if ours_s <= 0.1 * scipy else "no", f" ({py['python_edges_differing']} voxels differ)")
+        one, two = py["map_graph_w1"], py["map_graph_w2"]
+        row("`tarv.dask.map_graph`, edge graph, 512×512×256 int16, 2 dask workers (wall)", two,
+            "the same with 1 worker", one, "≥ 1.6× faster", "yes" if one / two >= 1.6 else "no", f" ({one / two:.2f}×)")
+        memcpy = py["memcpy_512"]
+        row("`numpy.asarray(dataset)`, 512³ float in memory", py["asarray_512"], "memcpy of it (numpy.copyto)", memcpy,
+            "≤ 1.1 × memcpy", "yes" if py["asarray_512"] <= 1.1 * memcpy else "no",
+            " (a view: no copy)" if py["asarray_shares_memory"] else "")
+        row("`tarv.Dataset.from_array`, 512³ float (a copy)", py["from_array_512"], "memcpy of it (numpy.copyto)",
+            memcpy, "≤ 1.1 × memcpy", "yes" if py["from_array_512"] <= 1.1 * memcpy else "no")
+
     print("| work | ours (s) | peer | peer (s) | ours / peer | goal | met |")
     print("|---|---|---|---|---|---|---|")
     print("\n".join(lines))
 
 
 if __name__ == "__main__":
-    main(sys.argv[1], sys.argv[2], sys.argv[3])
+    main(*sys.argv[1:5])
