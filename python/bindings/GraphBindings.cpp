@@ -20,21 +20,34 @@ struct PyGraph {
 
 [[noreturn]] void raiseGraphError(const graphs::GraphError& error) { throw py::value_error(error.what()); }
 
-// A value of a description entry: a number, true/false, or numbers separated by blanks.
-std::string entryValue(const std::string& name, const py::handle& value) {
+// A scalar value of a description entry: a number or true/false.
+std::string scalarEntryValue(const std::string& name, const py::handle& value) {
   if (py::isinstance<py::bool_>(value) || py::isinstance(value, py::module_::import("numpy").attr("bool_")))
     return PyObject_IsTrue(value.ptr()) == 1 ? "true" : "false";
-  // Integers exactly; other numbers in the shortest form that reads back as the same double.
-  if (PyIndex_Check(value.ptr())) return py::str(py::int_(py::reinterpret_borrow<py::object>(value))).cast<std::string>();
-  if (PyFloat_Check(value.ptr()) || py::hasattr(value, "__float__"))
-    return py::repr(py::float_(PyFloat_AsDouble(value.ptr()))).cast<std::string>();
-  if (py::isinstance<py::str>(value)) return value.cast<std::string>();
-  if (py::hasattr(value, "__iter__")) {
-    std::string words;
-    for (const py::handle& item : value) words += (words.empty() ? "" : " ") + entryValue(name, item);
-    return words;
+  // Integers exactly (within the entries' int range); other numbers in the shortest form that
+  // reads back as the same double.
+  if (PyIndex_Check(value.ptr())) {
+    const py::int_ integer(py::reinterpret_borrow<py::object>(value));
+    const long long parsed = PyLong_AsLongLong(integer.ptr());
+    if (PyErr_Occurred() != nullptr) PyErr_Clear();
+    else if (parsed >= -2147483648LL && parsed <= 2147483647LL) return std::to_string(parsed);
+    throw py::value_error(name + ": integers run from -2147483648 to 2147483647; give larger values as floats");
+  }
+  if (PyFloat_Check(value.ptr()) || (!py::isinstance<py::str>(value) && py::hasattr(value, "__float__"))) {
+    const double number = PyFloat_AsDouble(value.ptr());
+    if (PyErr_Occurred() != nullptr) throw py::error_already_set();
+    return py::repr(py::float_(number)).cast<std::string>();
   }
   throw py::type_error(name + " takes numbers or true/false, not " + py::repr(value).cast<std::string>());
+}
+
+// A value of a description entry: a scalar, or a flat sequence of them (coordinates).
+std::string entryValue(const std::string& name, const py::handle& value) {
+  if (py::isinstance<py::str>(value) || !py::hasattr(value, "__iter__")) return scalarEntryValue(name, value);
+  std::string words;
+  for (const py::handle& item : value) words += (words.empty() ? "" : " ") + scalarEntryValue(name, item);
+  if (words.empty()) throw py::value_error(name + " has no value");
+  return words;
 }
 
 std::map<int, Dataset*> connectedInputs(const std::map<int, py::object>& inputs) {

@@ -39,8 +39,10 @@ def test_unknown_entries_and_bad_values_are_named():
     d = tarv.Dataset.from_array(np.zeros((2, 2, 2), dtype=np.float32))
     with pytest.raises(ValueError, match="has no entry 'KernelSize'"):
         tarv.filters.smooth(d, kernel_size=3)
-    with pytest.raises(ValueError, match="not a number or true/false"):
+    with pytest.raises(TypeError, match="takes numbers or true/false"):
         tarv.filters.smooth(d, kernel_x_size="big")
+    with pytest.raises(ValueError, match="integers run from"):
+        tarv.filters.smooth(d, kernel_x_size=10 ** 12)
     with pytest.raises(ValueError, match="does not accept its 2 sources"):
         tarv.filters.smooth(d, d)
     with pytest.raises(ValueError, match="unknown type 'BlurDataset'"):
