@@ -89,7 +89,7 @@ DatasetBoundingBox TiffFileReadModule::getReadBlockBox(const DatasetCoordinates&
 bool TiffFileReadModule::open() {
   close();
   internal->errors = formats::TiffErrors();
-  internal->handle = formats::openTiffFileCollectingErrors(fileName, "r", internal->errors);
+  internal->handle = formats::openTiffFileCollectingErrors(fileName, "rm", internal->errors);
   if (!internal->handle) {
     Status status = formats::checkReadableFile(fileName);
     if (status.ok()) status = corruptError("not a readable TIFF file" + internal->errors.suffix());

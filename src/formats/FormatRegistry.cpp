@@ -55,7 +55,7 @@ constexpr std::array<FormatDescription, 13> kFormats = {{
      "NIfTI-1/-2: x, y, z, t, components; orientation, scl_slope/scl_inter"},
     {FileFormat::niftiGz,   "nifti-gz", "nii.gz",               "NIfTI (gzip)",   ".nii.gz",    false, true,  0,     false,
      "NIfTI-1/-2, gzip-compressed"},
-    {FileFormat::tiffStack, "tiff-stack", "tif-stack",          "TIFF stack",     "",           false, false, 4,     false,
+    {FileFormat::tiffStack, "tiff-stack", "tif-stack",          "TIFF stack",     "",           true,  false, 4,     false,
      "TIFF pages as z slices (strips or tiles, any codec of libtiff): 8..64-bit samples; no geometry"},
     {FileFormat::dicom,     "dicom",    "dcm",                  "DICOM",          ".dcm",       false, false, 3,     false,
      "DICOM series (a folder or a file) through GDCM: orientation, rescale; read only", false},
@@ -155,8 +155,15 @@ Result<OpenedFile> readInMemory(const std::string& path, FileFormat format, Read
   return opened;
 }
 
-Result<OpenedFile> readStack(const std::string& path) {
-  return readInMemory(path, FileFormat::tiffStack, readTiffStack);
+Result<OpenedFile> readStack(const std::string& path, bool lazy) {
+  if (!lazy) return readInMemory(path, FileFormat::tiffStack, readTiffStack);
+  Result<DatasetHandle> handle = openLazily(path, newTiffStackReadModule());
+  if (!handle.ok()) return handle.status();
+  OpenedFile opened;
+  opened.format = FileFormat::tiffStack;
+  opened.handle = *handle;
+  opened.lazy = true;
+  return opened;
 }
 
 Result<OpenedFile> readPagedTiff(const std::string& path, const ReadRequest& request) {
@@ -165,7 +172,7 @@ Result<OpenedFile> readPagedTiff(const std::string& path, const ReadRequest& req
   const int pages = header.ok() ? countTiffPages(path) : 0;
   if (!header.ok() || pages > 1) {
     const bool otherLayout = header.ok() || header.status().code() == StatusCode::unsupported;
-    if (otherLayout && request.otherTiffAsStack) return readStack(path);
+    if (otherLayout && request.otherTiffAsStack) return readStack(path, request.lazy);
     if (header.ok()) return unsupportedError("not a paged TIFF file: it has " + std::to_string(pages) + " pages");
     return header.status();
   }
@@ -385,7 +392,7 @@ Result<OpenedFile> readDatasetFile(const std::string& path, const ReadRequest& r
       break;
     case FileFormat::nifti:
     case FileFormat::niftiGz: opened = readInMemory(path, request.format, readNiftiFile); break;
-    case FileFormat::tiffStack: opened = readStack(path); break;
+    case FileFormat::tiffStack: opened = readStack(path, request.lazy); break;
   }
   if (!opened.ok()) return opened;
   if (Status size = checkElementCount(GetRawPtr(opened->handle)->getSize()); !size.ok()) return size;
@@ -436,7 +443,7 @@ Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat fo
 Result<TiffFileHeader> readPagedTiffHeader(const std::string& path) {
   if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
   TiffErrors errors;
-  TiffHandle tiff = openTiffFileCollectingErrors(path, "r", errors);
+  TiffHandle tiff = openTiffFileCollectingErrors(path, "rm", errors);
   if (!tiff) return corruptError("not a readable TIFF file" + errors.suffix());
   TiffFileHeader header;
   header.read(tiff.get());

@@ -19,7 +19,8 @@ struct TiffErrors {
 };
 
 // Opens like TIFFOpen, with the handle's errors going into errors instead of libtiff's global
-// handlers (nothing is printed).
+// handlers (nothing is printed). Readers open with "rm": a memory-mapped file that shrinks under
+// a reader would end the program with SIGBUS instead of a read error.
 TiffHandle openTiffFileCollectingErrors(const std::string& path, const char* mode, TiffErrors& errors);
 
 }  // namespace tarv::formats

@@ -6,11 +6,15 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <optional>
 #include <type_traits>
 #include <vector>
 
 #include "dataset/Dataset.h"
+#include "dataset/DatasetFileReadModule.h"
+#include "dataset/FileReadDataset.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/ContiguousElements.h"
 #include "formats/FileStatus.h"
@@ -245,51 +249,144 @@ Status writeTiffStack(Dataset* dataset, const std::string& path) {
 
 int countTiffPages(const std::string& path) {
   TiffErrors errors;
-  TiffHandle tiff = openTiffFileCollectingErrors(path, "r", errors);
+  TiffHandle tiff = openTiffFileCollectingErrors(path, "rm", errors);
   if (!tiff) return 0;
   return static_cast<int>(std::min<std::size_t>(fullResolutionPages(tiff.get()).size(), INT_MAX));
 }
 
-Result<DatasetHandle> readTiffStack(const std::string& path) {
-  if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
-  TiffErrors errors;
-  TiffHandle tiff = openTiffFileCollectingErrors(path, "r", errors);
-  if (!tiff) return corruptError("not a readable TIFF file" + errors.suffix());
-  const std::vector<tdir_t> pages = fullResolutionPages(tiff.get());
-  if (pages.empty()) return corruptError("a TIFF file without a readable page" + errors.suffix());
-  // A directory that could not be read ends the chain early: pages would be missing.
-  if (errors.count > 0)
-    return corruptError("the directory after page " + std::to_string(pages.size() - 1) + " cannot be read" +
-                        errors.suffix());
-  if (!TIFFSetDirectory(tiff.get(), pages.front())) return corruptError("page 0 cannot be read" + errors.suffix());
-  Result<PageLayout> first = readPageLayout(tiff.get(), 0);
-  if (!first.ok()) return first.status();
-  const std::int64_t elements =
-      static_cast<std::int64_t>(first->width) * first->length * first->samples * static_cast<std::int64_t>(pages.size());
-  if (elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
+namespace {
 
+// An open TIFF stack: its full-resolution pages, each checked to have the first one's layout, read
+// page by page. Not movable: libtiff reports into errors.
+class StackFile {
+public:
+  StackFile() = default;
+  StackFile(const StackFile&) = delete;
+  StackFile& operator=(const StackFile&) = delete;
+
+  Status open(const std::string& path) {
+    if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
+    tiff = openTiffFileCollectingErrors(path, "rm", errors);
+    if (!tiff) return corruptError("not a readable TIFF file" + errors.suffix());
+    pages = fullResolutionPages(tiff.get());
+    if (pages.empty()) return corruptError("a TIFF file without a readable page" + errors.suffix());
+    // A directory that could not be read ends the chain early: pages would be missing.
+    if (errors.count > 0)
+      return corruptError("the directory after page " + std::to_string(pages.size() - 1) + " cannot be read" +
+                          errors.suffix());
+    for (std::size_t z = 0; z < pages.size(); ++z) {
+      const std::string where = "page " + std::to_string(z) + ": ";
+      if (!TIFFSetDirectory(tiff.get(), pages[z])) return corruptError(where + "cannot be read" + errors.suffix());
+      Result<PageLayout> layout = readPageLayout(tiff.get(), static_cast<int>(z));
+      if (!layout.ok()) return layout.status();
+      if (z == 0) first = *layout;
+      if (!layout->sameShapeAs(first))
+        return unsupportedError(where + std::to_string(layout->width) + " x " + std::to_string(layout->length) +
+                                " pixels of " + std::to_string(layout->samples) +
+                                " samples of another type or size than page 0");
+    }
+    const std::int64_t elements = static_cast<std::int64_t>(first.width) * first.length * first.samples *
+                                  static_cast<std::int64_t>(pages.size());
+    if (elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
+    return okStatus();
+  }
+
+  DatasetCoordinates size() const {
+    return DatasetCoordinates(static_cast<int>(first.width), static_cast<int>(first.length),
+                              static_cast<int>(pages.size()), 1, first.samples);
+  }
+  TARVElementType elementType() const { return first.type; }
+  std::size_t pageBytes() const {
+    return static_cast<std::size_t>(first.width) * first.length * first.samples * DatasetMemory::getElementTypeByteSize(first.type);
+  }
+
+  // Page z into page (pageBytes() of them): rows top to bottom, samples fastest.
+  Status readPage(int z, unsigned char* page) {
+    const std::string where = "page " + std::to_string(z) + ": ";
+    if (z < 0 || static_cast<std::size_t>(z) >= pages.size()) return invalidArgumentError(where + "no such page");
+    if (!TIFFSetDirectory(tiff.get(), pages[static_cast<std::size_t>(z)]))
+      return corruptError(where + "cannot be read" + errors.suffix());
+    Result<PageLayout> layout = readPageLayout(tiff.get(), z);
+    if (!layout.ok()) return layout.status();
+    if (!layout->sameShapeAs(first)) return corruptError(where + "changed since the file was opened");
+    const int sampleBytes = static_cast<int>(DatasetMemory::getElementTypeByteSize(first.type));
+    return layout->tiled ? readTiles(tiff.get(), *layout, sampleBytes, page, errors, where)
+                         : readStrips(tiff.get(), *layout, sampleBytes, page, errors, where);
+  }
+
+private:
+  TiffErrors errors;
+  TiffHandle tiff;
+  std::vector<tdir_t> pages;
+  PageLayout first;
+};
+
+// Reads a TIFF stack page by page into a FileReadDataset's cache.
+class TiffStackReadModule : public DatasetFileReadModule {
+public:
+  ~TiffStackReadModule() override { closeFile(); }
+
+  DatasetBoundingBox getReadBlockBox(const DatasetCoordinates& c) override {
+    if (!isFileOpen() || !stack) return getNoFileBox();
+    return DatasetBoundingBox(DatasetCoordinates(0, 0, c.z, 0, 0),
+                              DatasetCoordinates(size.x - 1, size.y - 1, c.z, 0, size.c - 1));
+  }
+
+  bool open() override {
+    auto file = std::make_unique<StackFile>();
+    if (Status opened = file->open(fileName); !opened.ok()) {
+      noteOpenStatus(this, opened);
+      return false;
+    }
+    size = file->size();
+    elementType = file->elementType();
+    worldEmbedding = DatasetWorldEmbedding();
+    stack = std::move(file);
+    return true;
+  }
+
+  void close() override { stack.reset(); }
+
+  bool readBlock(FileReadDataset* dataset, const DatasetCoordinates& c) override {
+    if (!stack) return false;
+    std::vector<unsigned char> page;
+    Status read = okStatus();
+    try {
+      page.resize(stack->pageBytes());
+      read = stack->readPage(c.z, page.data());
+    } catch (const std::bad_alloc&) {
+      read = resourceExhaustedError("not enough memory for page " + std::to_string(c.z));
+    }
+    if (!read.ok()) {
+      noteBlockReadFailure(this, read);
+      return false;
+    }
+    // The cache must hold the whole page before its rows are placed.
+    dataset->announceAccess(getReadBlockBox(c));
+    const std::size_t rowBytes = page.size() / static_cast<std::size_t>(size.y);
+    for (int y = 0; y < size.y; ++y)
+      dataset->setElementReferenceRow(DatasetCoordinates(0, y, c.z, 0, 0), size.x, page.data() + y * rowBytes);
+    return true;
+  }
+
+private:
+  std::unique_ptr<StackFile> stack;
+};
+
+}  // namespace
+
+DatasetFileReadModule* newTiffStackReadModule() { return new TiffStackReadModule(); }
+
+Result<DatasetHandle> readTiffStack(const std::string& path) {
+  StackFile stack;
+  if (Status opened = stack.open(path); !opened.ok()) return opened;
   auto* dataset = new Dataset(true);
   DatasetHandle handle(dataset);
-  dataset->newDataset(DatasetCoordinates(static_cast<int>(first->width), static_cast<int>(first->length),
-                                         static_cast<int>(pages.size()), 1, first->samples),
-                      first->type, DatasetWorldEmbedding());
+  dataset->newDataset(stack.size(), stack.elementType(), DatasetWorldEmbedding());
   if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return resourceExhaustedError("not enough memory to read it");
-  const int sampleBytes = static_cast<int>(dataset->getElementByteSize());
-  const std::size_t pageBytes = static_cast<std::size_t>(first->width) * first->length * first->samples * sampleBytes;
   auto* block = static_cast<unsigned char*>(dataset->getPlainElements());
-  for (std::size_t z = 0; z < pages.size(); ++z) {
-    const std::string where = "page " + std::to_string(z) + ": ";
-    if (!TIFFSetDirectory(tiff.get(), pages[z])) return corruptError(where + "cannot be read" + errors.suffix());
-    Result<PageLayout> layout = readPageLayout(tiff.get(), static_cast<int>(z));
-    if (!layout.ok()) return layout.status();
-    if (!layout->sameShapeAs(*first))
-      return unsupportedError(where + std::to_string(layout->width) + " x " + std::to_string(layout->length) +
-                              " pixels of " + std::to_string(layout->samples) + " samples of another type or size than page 0");
-    unsigned char* page = block + z * pageBytes;
-    const Status read = layout->tiled ? readTiles(tiff.get(), *layout, sampleBytes, page, errors, where)
-                                      : readStrips(tiff.get(), *layout, sampleBytes, page, errors, where);
-    if (!read.ok()) return read;
-  }
+  for (int z = 0; z < stack.size().z; ++z)
+    if (Status read = stack.readPage(z, block + static_cast<std::size_t>(z) * stack.pageBytes()); !read.ok()) return read;
   return handle;
 }
 

@@ -13,10 +13,18 @@
 #include "dataset/DatasetHandle.h"
 #include "status/Status.h"
 
+namespace tarv {
+class DatasetFileReadModule;
+}
+
 namespace tarv::formats {
 
 // The number of full-resolution pages; 0 when the file is not a readable TIFF file.
 int countTiffPages(const std::string& path);
+
+// A read module that reads the stack page by page, for a FileReadDataset (owned by the caller
+// until handed to one). It checks every page's layout when it opens the file.
+DatasetFileReadModule* newTiffStackReadModule();
 
 // The whole stack, in memory. Refuses what it cannot give exactly (palette or YCbCr colours,
 // samples under 8 bits, pages that differ in size or samples, an orientation other than top-left)

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include <unistd.h>
+
 #include "TestSupport.h"
 #include "formats/FormatRegistry.h"
 
@@ -103,6 +105,38 @@ TEST(FormatRegistry, ReadFailuresCarryTheReason) {
   EXPECT_NE(tiff.status().message().find("not a readable TIFF file"), std::string::npos) << tiff.status().message();
   request.format = FileFormat::raw;
   EXPECT_EQ(formats::readDatasetFile(dir.file("text.tif"), request).status().code(), StatusCode::invalidArgument);
+}
+
+}  // namespace
+}  // namespace tarv
+
+namespace tarv {
+namespace {
+
+// A lazily read file that shrinks on disk while it is open: the blocks past the new end fail with
+// a reason, the program goes on (libtiff must not map the file: a mapped file that shrinks kills
+// the reader with SIGBUS).
+TEST(FormatRegistry, LazyFilesThatShrinkGiveReadErrors) {
+  TemporaryDirectory dir;
+  Dataset d(true);
+  d.newDataset(DatasetCoordinates(128, 96, 12, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT, DatasetWorldEmbedding());
+  for (auto it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
+    d.setElement<int>(it, (it.x * 7 + it.y * 13 + it.z * 101) % 60000);
+  for (formats::FileFormat format : {formats::FileFormat::pagedTiff, formats::FileFormat::tarv1}) {
+    const std::string path = dir.file(format == formats::FileFormat::tarv1 ? "v.tarv" : "v.tif");
+    SCOPED_TRACE(path);
+    ASSERT_TRUE(formats::writeDatasetFile(&d, path, format, formats::RawLayout()).ok());
+    formats::ReadRequest request;
+    request.format = format;
+    request.lazy = true;
+    Result<formats::OpenedFile> opened = formats::readDatasetFile(path, request);
+    ASSERT_TRUE(opened.ok()) << opened.status().toString();
+    Dataset* file = GetRawPtr(opened->handle);
+    EXPECT_EQ(file->getElement<int>(DatasetCoordinates(3, 4, 0, 0, 0)), d.getElement<int>(DatasetCoordinates(3, 4, 0, 0, 0)));
+    ASSERT_EQ(::truncate(path.c_str(), 600), 0);
+    for (int z = 1; z < 12; ++z) (void)file->getElement<int>(DatasetCoordinates(100, 90, z, 0, 0));
+    EXPECT_FALSE(formats::blockReadStatus(file).ok());
+  }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "FormatTestSupport.h"
+#include "formats/FormatRegistry.h"
 #include "formats/TiffStackFormat.h"
 
 namespace tarv {
@@ -51,6 +52,58 @@ TEST(TiffStackFormat, DamagedFilesAreRefusedWithTheReason) {
   Dataset flags(true);
   flags.newDataset(DatasetCoordinates(2, 2, 1, 1, 1), TARV_ELEMENT_TYPE_BOOL, DatasetWorldEmbedding());
   EXPECT_EQ(formats::writeTiffStack(&flags, dir.file("flags.tif")).message(), "a TIFF stack cannot hold bool elements");
+}
+
+Result<formats::OpenedFile> openStack(const std::string& path, bool lazy) {
+  formats::ReadRequest request;
+  request.format = formats::FileFormat::tiffStack;
+  request.lazy = lazy;
+  return formats::readDatasetFile(path, request);
+}
+
+TEST(TiffStackFormat, LazyReadingGivesTheStackPageByPage) {
+  TemporaryDirectory dir;
+  Dataset d(true);
+  d.newDataset(DatasetCoordinates(37, 21, 6, 1, 3), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT, DatasetWorldEmbedding());
+  std::mt19937 random(8);
+  testing::fillRandomly(d, random, -30000, 30000);
+  ASSERT_TRUE(formats::writeTiffStack(&d, dir.file("stack.tif")).ok());
+  Result<formats::OpenedFile> lazy = openStack(dir.file("stack.tif"), true);
+  ASSERT_TRUE(lazy.ok()) << lazy.status().toString();
+  EXPECT_TRUE(lazy->lazy);
+  Dataset* file = GetRawPtr(lazy->handle);
+  EXPECT_EQ(file->getPlainElements(), nullptr) << "a file-backed dataset";
+  ASSERT_EQ(file->getSize(), d.getSize());
+  // One element of page 4, then every element, in a different order than memory's.
+  EXPECT_EQ(file->getElement<short>(DatasetCoordinates(5, 6, 4, 0, 2)), d.getElement<short>(DatasetCoordinates(5, 6, 4, 0, 2)));
+  for (int z = d.getSize().z - 1; z >= 0; --z)
+    for (auto it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
+      if (it.z == z) ASSERT_EQ(file->getElement<short>(DatasetCoordinates(it.x, it.y, it.z, it.t, it.c)), d.getElement<short>(it));
+  EXPECT_TRUE(formats::blockReadStatus(file).ok());
+  Result<formats::OpenedFile> whole = openStack(dir.file("stack.tif"), false);
+  ASSERT_TRUE(whole.ok());
+  EXPECT_FALSE(whole->lazy);
+  EXPECT_NE(GetRawPtr(whole->handle)->getPlainElements(), nullptr);
+}
+
+TEST(TiffStackFormat, ALazyStackNamesThePageItCannotRead) {
+  TemporaryDirectory dir;
+  Dataset d(true);
+  d.newDataset(DatasetCoordinates(64, 64, 4, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_CHAR, DatasetWorldEmbedding());
+  std::mt19937 random(9);
+  testing::fillRandomly(d, random, 0, 255);
+  ASSERT_TRUE(formats::writeTiffStack(&d, dir.file("stack.tif")).ok());
+  Result<formats::OpenedFile> lazy = openStack(dir.file("stack.tif"), true);
+  ASSERT_TRUE(lazy.ok());
+  Dataset* file = GetRawPtr(lazy->handle);
+  EXPECT_EQ(file->getElement<int>(DatasetCoordinates(1, 1, 0, 0, 0)), d.getElement<int>(DatasetCoordinates(1, 1, 0, 0, 0)));
+  // The file shrinks under the open dataset: the pages not yet read fail, by name.
+  const std::string bytes = readBytes(dir.file("stack.tif"));
+  writeBytes(dir.file("stack.tif"), bytes.substr(0, 200));
+  (void)file->getElement<int>(DatasetCoordinates(1, 1, 3, 0, 0));
+  const Status failure = formats::blockReadStatus(file);
+  EXPECT_FALSE(failure.ok());
+  EXPECT_NE(failure.message().find("page 3"), std::string::npos) << failure.message();
 }
 
 }  // namespace
