@@ -34,6 +34,7 @@ set(TARV_CORE_HEADERS
 # Dataset module: the described classes, one header and one source each.
 set(TARV_DATASET_SOURCES
   status/Status.cpp
+  formats/AllocationCap.cpp
   formats/AtomicFile.cpp
   formats/DatasetWriting.cpp
   formats/FileStatus.cpp
@@ -182,6 +183,7 @@ set(TARV_SEGMENTATION_HEADERS
 set(TARV_GRAPHS_HEADERS
   graphs/FilterGraph.h)
 set(TARV_FORMATS_HEADERS
+  formats/AllocationCap.h
   formats/DatasetWriting.h
   formats/FormatRegistry.h
   formats/SlabWriters.h

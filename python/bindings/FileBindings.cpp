@@ -7,6 +7,7 @@
 #include "Bindings.h"
 #include "ProgressFromPython.h"
 #include "elementtypes/ElementTypeNames.h"
+#include "formats/AllocationCap.h"
 #include "formats/DatasetWriting.h"
 #include "formats/FormatRegistry.h"
 
@@ -137,6 +138,10 @@ void bindFiles(py::module_& m) {
     }
     return list;
   }, "The formats of the registry: name, extensions, what a file holds, whether it is written.");
+  m.def("allocation_cap", &formats::getAllocationCap,
+        "The most bytes a reader allocates for what a file's header claims (files claiming more are refused).");
+  m.def("set_allocation_cap", &formats::setAllocationCap, py::arg("bytes"),
+        "Sets the readers' allocation cap in bytes; 0 restores the default (3/4 of the machine's memory).");
   m.def("probe_format", [](const py::object& path) -> py::object {
     const std::optional<formats::FileFormat> format = formats::formatToRead(pathText(path));
     if (!format) return py::none();

@@ -18,11 +18,11 @@ import os as _os
 import numpy as _np
 
 from . import _tarv
-from ._tarv import (Dataset, Graph, describe_graph, element_types, filter_entries, filter_types, formats,
-                    probe_format, set_thread_count, thread_count)
+from ._tarv import (Dataset, Graph, allocation_cap, describe_graph, element_types, filter_entries, filter_types, formats,
+                    probe_format, set_allocation_cap, set_thread_count, thread_count)
 
 __all__ = ["Dataset", "Graph", "open", "write", "filter", "describe_graph", "filters", "segmentation",
-           "formats", "probe_format", "element_types", "filter_types", "filter_entries", "set_thread_count",
+           "formats", "probe_format", "element_types", "allocation_cap", "set_allocation_cap", "filter_types", "filter_entries", "set_thread_count",
            "thread_count"]
 
 

@@ -25,6 +25,7 @@
 #include "dataset/Dataset.h"
 #include "dataset/DatasetWorldEmbedding.h"
 #include "formats/ContiguousElements.h"
+#include "formats/AllocationCap.h"
 #include "formats/FileStatus.h"
 #include "formats/SampleTypes.h"
 
@@ -327,6 +328,7 @@ Result<DatasetHandle> readSeries(const std::string& path, const std::string& uid
   const std::int64_t depth = static_cast<std::int64_t>(slices.size()) * first->frames;
   const std::int64_t elements = static_cast<std::int64_t>(first->columns) * first->rows * first->samples * depth;
   if (depth > INT_MAX || elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
+  if (Status cap = checkAllocation(elements, first->type); !cap.ok()) return cap;
   const DatasetWorldEmbedding embedding(
       WorldCoordinates(slices.front().position[0], slices.front().position[1], slices.front().position[2], 0.0),
       WorldCoordinates(first->spacing[0], first->spacing[1], zSpacing, 1.0), Vector3D(row[0], row[1], row[2]),

@@ -21,6 +21,7 @@
 #include "dataset/VTIDatasetFileReadWrite.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/DicomSeries.h"
+#include "formats/AllocationCap.h"
 #include "formats/FileStatus.h"
 #include "formats/MetaImageFormat.h"
 #include "formats/NiftiFormat.h"
@@ -180,6 +181,8 @@ Result<OpenedFile> readPagedTiff(const std::string& path, const ReadRequest& req
     return unsupportedError("its samples (" + std::to_string(header->getBitsPerSample()) +
                             " bits, or their sample format) have no element type");
   if (Status size = checkElementCount(header->getImgSize()); !size.ok()) return size;
+  if (!request.lazy)
+    if (Status cap = checkAllocation(header->getImgSize(), header->getElementType()); !cap.ok()) return cap;
   Result<DatasetHandle> lazy = openLazily(path, new TiffFileReadModule());
   if (!lazy.ok()) return lazy.status();
   OpenedFile opened;
@@ -198,7 +201,7 @@ Result<OpenedFile> readPagedTiff(const std::string& path, const ReadRequest& req
 Result<OpenedFile> readRaw(const std::string& path, const RawLayout& layout) {
   if (elementCount(layout.size) < 1 || !isStorableElementType(layout.elementType))
     return invalidArgumentError("a raw file stores no layout: its size and element type must be given");
-  if (Status size = checkElementCount(layout.size); !size.ok()) return size;
+  if (Status size = checkAllocation(layout.size, layout.elementType); !size.ok()) return size;
   RawDatasetFileReadWrite reader = rawFileFor(path, layout, layout.elementType);
   if (Status fits = checkRawFileSize(reader, layout.size); !fits.ok()) return fits;
   OpenedFile opened;

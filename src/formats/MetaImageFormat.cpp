@@ -16,6 +16,7 @@
 #include "dataset/ByteOrder.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/ContiguousElements.h"
+#include "formats/AllocationCap.h"
 #include "formats/FileStatus.h"
 #include "formats/SampleTypes.h"
 
@@ -185,6 +186,7 @@ Result<DatasetHandle> readMetaImageFile(const std::string& path) {
     elements *= extent;
     if (elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
   }
+  if (Status cap = checkAllocation(elements, type); !cap.ok()) return cap;
   double origin[4] = {0.0, 0.0, 0.0, 0.0};
   double spacing[4] = {1.0, 1.0, 1.0, 1.0};
   TransformationMatrix orientation;

@@ -16,6 +16,7 @@
 #include "dataset/DatasetWorldEmbedding.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/ContiguousElements.h"
+#include "formats/AllocationCap.h"
 #include "formats/FileStatus.h"
 #include "formats/SampleTypes.h"
 
@@ -257,6 +258,7 @@ Result<DatasetHandle> readNiftiFile(const std::string& path) {
     elements *= extent;
     if (elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
   }
+  if (Status cap = checkAllocation(elements, type); !cap.ok()) return cap;
   Result<DatasetWorldEmbedding> embedding = embeddingOf(*nim);
   if (!embedding.ok()) return embedding.status();
   const DatasetCoordinates size(static_cast<int>(extents[0]), static_cast<int>(extents[1]),

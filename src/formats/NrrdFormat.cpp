@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "dataset/Dataset.h"
+#include "formats/AllocationCap.h"
 #include "formats/FileStatus.h"
 #include "formats/SampleTypes.h"
 
@@ -169,6 +170,7 @@ Result<DatasetHandle> readNrrdFile(const std::string& path) {
     elements *= static_cast<std::int64_t>(size);
     if (elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
   }
+  if (Status cap = checkAllocation(elements, type); !cap.ok()) return cap;
   Result<DatasetWorldEmbedding> embedding = embeddingOf(*header, *roles);
   if (!embedding.ok()) return embedding.status();
   int extents[5] = {1, 1, 1, 1, 1};

@@ -17,6 +17,7 @@
 #include "dataset/FileReadDataset.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/ContiguousElements.h"
+#include "formats/AllocationCap.h"
 #include "formats/FileStatus.h"
 #include "formats/SampleTypes.h"
 #include "formats/TiffMessages.h"
@@ -288,7 +289,7 @@ public:
     const std::int64_t elements = static_cast<std::int64_t>(first.width) * first.length * first.samples *
                                   static_cast<std::int64_t>(pages.size());
     if (elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
-    return okStatus();
+    return checkAllocation(elements, first.type);
   }
 
   DatasetCoordinates size() const {

@@ -126,3 +126,16 @@ def test_progress_is_reported_and_an_exception_stops_the_write(tmp_path):
     with pytest.raises(Stop):
         tarv.write(again, tmp_path / "t.nii", progress=stop)
     assert (tmp_path / "t.nii").read_bytes() == b"old"
+
+
+def test_the_allocation_cap_refuses_what_a_header_claims(tmp_path):
+    tarv.write(tarv.Dataset.from_array(np.zeros((10, 100, 100), dtype=np.int16)), tmp_path / "v.nii")
+    default = tarv.allocation_cap()
+    tarv.set_allocation_cap(100_000)
+    try:
+        with pytest.raises(MemoryError, match="allocation cap"):
+            tarv.open(tmp_path / "v.nii")
+    finally:
+        tarv.set_allocation_cap(0)
+    assert tarv.allocation_cap() == default
+    assert tarv.open(tmp_path / "v.nii").shape == (10, 100, 100)
