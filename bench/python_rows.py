@@ -63,6 +63,7 @@ def main(graph_path):
     floats = np.random.default_rng(1).random((512, 512, 512), dtype=np.float32)
     target = np.empty_like(floats)
     results["memcpy_512"] = wall(lambda: np.copyto(target, floats), 5)
+    results["numpy_copy_512"] = wall(lambda: floats.copy(), 5)
     results["from_array_512"] = wall(lambda: tarv.Dataset.from_array(floats), 5)
     dataset = tarv.Dataset.from_array(floats)
     results["asarray_512"] = wall(lambda: np.asarray(dataset), 5)

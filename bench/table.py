@@ -142,8 +142,10 @@ def main(ours_path, peers_path, tools_path, python_path=None):
         row("`numpy.asarray(dataset)`, 512³ float in memory", py["asarray_512"], "memcpy of it (numpy.copyto)", memcpy,
             "≤ 1.1 × memcpy", "yes" if py["asarray_512"] <= 1.1 * memcpy else "no",
             " (a view: no copy)" if py["asarray_shares_memory"] else "")
-        row("`tarv.Dataset.from_array`, 512³ float (a copy)", py["from_array_512"], "memcpy of it (numpy.copyto)",
-            memcpy, "≤ 1.1 × memcpy", "yes" if py["from_array_512"] <= 1.1 * memcpy else "no")
+        fresh = py["numpy_copy_512"]
+        row("`tarv.Dataset.from_array`, 512³ float (a copy into new memory)", py["from_array_512"],
+            "numpy copy into new memory (ndarray.copy)", fresh, "≤ 1.1 × that", "yes" if py["from_array_512"] <= 1.1 * fresh else "no",
+            f" ({py['from_array_512'] / memcpy:.0f} × a memcpy into memory already touched)")
 
     print("| work | ours (s) | peer | peer (s) | ours / peer | goal | met |")
     print("|---|---|---|---|---|---|---|")

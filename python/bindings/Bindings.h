@@ -37,8 +37,13 @@ py::dtype dtypeOfElementType(TARVElementType type);
 // From a name the tool accepts ("int16", "uint8", "float" ...) or a NumPy dtype.
 TARVElementType elementTypeFromPython(const py::object& type);
 
-// Computes every element of the dataset's box (all of it by default) in bulk, without the GIL.
+class ProgressFromPython;
+
+// Computes every element of the dataset's box in bulk, without the GIL.
 void computeBox(Dataset* dataset, const DatasetBoundingBox& box);
+// Computes every element in bulk, slab by slab, telling and asking progress between slabs;
+// raises what stopped it.
+void computeWhole(Dataset* dataset, ProgressFromPython& progress);
 
 void bindDatasets(py::module_& m);
 void bindFiles(py::module_& m);

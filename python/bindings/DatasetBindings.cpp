@@ -70,6 +70,14 @@ void computeBox(Dataset* dataset, const DatasetBoundingBox& box) {
   engine::calculateBox(dataset, box);
 }
 
+void computeWhole(Dataset* dataset, ProgressFromPython& progress) {
+  {
+    py::gil_scoped_release release;
+    engine::calculateInSlabs(dataset, &progress);
+  }
+  progress.raiseIfStopped();
+}
+
 namespace {
 
 // The NumPy shape of a dataset: (t,) z, y, x (, c), the t and c axes only when there are several.
@@ -112,11 +120,7 @@ py::array viewOf(Dataset* dataset, const py::object& owner) {
 PyDataset evaluatedCopy(Dataset* dataset, const DatasetBoundingBox& box, bool whole) {
   if (whole) {
     ProgressFromPython progress{py::none()};
-    {
-      py::gil_scoped_release release;
-      dataset->calculateFullDataset(&progress);
-    }
-    progress.raiseIfStopped();
+    computeWhole(dataset, progress);
   } else {
     computeBox(dataset, box);
   }
@@ -333,18 +337,15 @@ computed or lazily read ones; bool datasets, stored packed, come out as copies.)
           [](const py::object& self, const py::object& callback) {
             Dataset* dataset = dataOf(self.cast<const PyDataset&>());
             ProgressFromPython progress(callback);
-            {
-              py::gil_scoped_release release;
-              dataset->calculateFullDataset(&progress);
-            }
-            progress.raiseIfStopped();
+            computeWhole(dataset, progress);
             return self;
           },
           py::arg("progress") = py::none(),
-          R"doc(Computes every element (in bulk, on the library's threads).
+          R"doc(Computes every element (in bulk, on the library's threads), slab by slab along z.
 
-progress(fraction) is called as the work advances; an exception it raises, or Ctrl-C, stops the
-work (KeyboardInterrupt). Elements not reached stay uncomputed. Returns the dataset.)doc")
+progress(fraction) is called before each slab; an exception it raises, or Ctrl-C, stops the work
+after the slab in progress (KeyboardInterrupt). Elements not reached stay uncomputed. Returns the
+dataset.)doc")
       .def(
           "_compute_box",
           [](const py::object& self, const std::vector<int>& start, const std::vector<int>& end) {

@@ -1,5 +1,7 @@
 #include "dataset/ArrayDatasetMemory.h"
 
+#include <sys/mman.h>
+
 #include <bit>
 #include <cstdlib>
 #include <mutex>
@@ -65,9 +67,22 @@ BlockPool& blockPool() {
   return *pool;
 }
 
+// Large blocks ask the kernel for huge pages where it gives them on request (as NumPy does): a
+// block is then filled with a 512th of the page faults.
+void adviseHugePages(unsigned char* block, std::uint64_t bytes) {
+  constexpr std::uint64_t hugePage = std::uint64_t{2} << 20;
+  if (block == nullptr || bytes < 2 * hugePage) return;
+  const auto address = reinterpret_cast<std::uintptr_t>(block);
+  const std::uintptr_t first = (address + hugePage - 1) / hugePage * hugePage;
+  const std::uintptr_t end = (address + bytes) / hugePage * hugePage;
+  if (end > first) ::madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+}
+
 unsigned char* allocateBlock(std::uint64_t bytes) {
   if (unsigned char* reused = blockPool().take(bytes)) return reused;
-  return static_cast<unsigned char*>(std::malloc(bytes == 0 ? 1 : bytes));
+  auto* block = static_cast<unsigned char*>(std::malloc(bytes == 0 ? 1 : bytes));
+  adviseHugePages(block, bytes);
+  return block;
 }
 
 }  // namespace

@@ -6,7 +6,10 @@
 #include <vector>
 
 #include "core/Progress.h"
+#include "dataset/CachedDataset.h"
 #include "dataset/Dataset.h"
+#include "dataset/ROICachedDataset.h"
+#include "engine/FullEvaluation.h"
 #include "engine/GraphPlan.h"
 
 namespace tarv::engine {
@@ -84,6 +87,34 @@ StreamResult streamDataset(Dataset* dataset, SlabConsumer& consumer, const Strea
       if (options.progress != nullptr && options.progress->shouldStop()) return StreamResult::stopped;
     }
   return StreamResult::completed;
+}
+
+bool calculateInSlabs(Dataset* dataset, Progress* progress, int slabCount) {
+  if (dataset == nullptr || !dataset->hasData()) return false;
+  const DatasetBoundingBox whole = dataset->getVoxelBoundingBox();
+  if (dataset->isLibraryClass() && dataset->isCachedDataset()) {
+    auto* cached = static_cast<CachedDataset*>(dataset);
+    if (auto* roi = dynamic_cast<ROICachedDataset*>(cached); roi != nullptr && !roi->isBoxInsideCache(whole))
+      roi->reshapeCacheToIncludeBox(whole);
+    growSourceCachesForFullEvaluation(cached);
+  }
+  const int depth = whole.end.z - whole.start.z + 1;
+  const int steps = whole.end.t - whole.start.t + 1;
+  const int slab = std::max(1, (depth * steps + std::max(slabCount, 1) - 1) / std::max(slabCount, 1));
+  const double total = static_cast<double>(depth) * steps;
+  for (int t = whole.start.t; t <= whole.end.t; ++t)
+    for (int z = whole.start.z; z <= whole.end.z; z += slab) {
+      if (progress != nullptr) {
+        progress->setProgress(((t - whole.start.t) * static_cast<double>(depth) + (z - whole.start.z)) / total);
+        if (progress->shouldStop()) return false;
+      }
+      DatasetBoundingBox box = whole;
+      box.start.t = box.end.t = t;
+      box.start.z = z;
+      box.end.z = std::min(whole.end.z, z + slab - 1);
+      calculateBox(dataset, box);
+    }
+  return true;
 }
 
 }  // namespace tarv::engine

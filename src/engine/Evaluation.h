@@ -31,6 +31,15 @@ int getThreadCount();
 // (a caller's subclass) is computed by its own calculate(box). False when the dataset has no data.
 bool calculateBox(Dataset* dataset, const DatasetBoundingBox& box);
 
+// Computes every element of the dataset in bulk, slab by slab along z (each time step in turn),
+// telling progress the fraction done before each slab and asking it after each whether to stop.
+// The caches of the graph's nodes are first grown to the whole boxes they read, so that no slab
+// moves a cache and no element is computed twice. Results are those of element-wise evaluation,
+// bit for bit; after a stop the slabs not reached stay uncomputed. Unlike calculateFullDataset
+// with a progress object, this is bulk work on any number of threads; its reports come per slab.
+// False when the dataset has no data or the work was stopped.
+bool calculateInSlabs(Dataset* dataset, Progress* progress, int slabCount = 32);
+
 // Receives the slabs of a streamed dataset, in order of t and then z.
 class SlabConsumer {
 public:

@@ -100,6 +100,41 @@ TEST(EvaluationTest, WholeResultsOfRandomGraphsEqualElementByElementResults) {
   }
 }
 
+// Computed in slabs with progress between them: the element-wise result, reports in order, and a
+// stop that leaves the slabs after it uncomputed.
+TEST(EvaluationTest, SlabsWithProgressEqualElementByElementResults) {
+  for (unsigned seed : seedsToRun(500, 60)) {
+    RandomGraph reference(seed, RandomGraphLimits());
+    SCOPED_TRACE(reference.description);
+    const std::vector<unsigned char> expected = elementsOneByOne(*reference.result);
+    for (int threads : {1, 2}) {
+      SCOPED_TRACE("threads " + std::to_string(threads));
+      const Threads count(threads);
+      RandomGraph graph(seed, RandomGraphLimits());
+      testing::RecordingProgress progress;
+      ASSERT_TRUE(engine::calculateInSlabs(graph.result, &progress, 4));
+      ASSERT_FALSE(progress.fractions.empty());
+      EXPECT_EQ(progress.fractions.front(), 0.0);
+      EXPECT_TRUE(std::is_sorted(progress.fractions.begin(), progress.fractions.end()));
+      EXPECT_LT(progress.fractions.back(), 1.0);
+      forEachIn(graph.result->getVoxelBoundingBox(),
+                [&](const DatasetCoordinates& p) { ASSERT_TRUE(sameElement(*graph.result, expected, p)); });
+      // Stopped after the first slab: the last element is not computed.
+      RandomGraph stopped(seed, RandomGraphLimits());
+      testing::RecordingProgress stop(1);
+      const DatasetCoordinates size = stopped.result->getSize();
+      const bool finished = engine::calculateInSlabs(stopped.result, &stop, 4);
+      const bool oneSlab = size.z * size.t <= (size.z * size.t + 3) / 4;
+      if (!oneSlab) {
+        EXPECT_FALSE(finished);
+        EXPECT_EQ(stop.fractions.size(), 2u);
+        const DatasetCoordinates last(size.x - 1, size.y - 1, size.z - 1, size.t - 1, 0);
+        EXPECT_FALSE(stopped.result->getElementCacheStatus(last));
+      }
+    }
+  }
+}
+
 // A box computed by calculateBox (sources first, in bulk) equals the element-wise result there.
 TEST(EvaluationTest, BoxesOfRandomGraphsEqualElementByElementResults) {
   for (unsigned seed : seedsToRun(1000, 150)) {
