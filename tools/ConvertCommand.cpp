@@ -42,7 +42,7 @@ Command addConvertCommand(CLI::App& tarv, const GlobalOptions& global) {
   addOutputOptions(*app, options->output, true);
   addInputOptions(*app, options->input);
   app->footer(formatsHelpFooter() +
-              "TARV1, paged TIFF and TIFF stack inputs are read block by block, and paged TIFF, TARV1 and raw outputs written slab by "
+              "TARV1, paged TIFF, TIFF stack and DICOM inputs are read block by block, and paged TIFF, TARV1 and raw outputs written slab by "
               "slab,\nso a lazily read input is never held whole. A .tif input that is not a paged TIFF file is read as a TIFF stack.\n"
               "Formats of one time step need --time for data with several. The --raw-* options describe raw output\n"
               "files as well (fillers and byte order; the element type is the data's or --type).");

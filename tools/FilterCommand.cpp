@@ -91,7 +91,7 @@ Command addFilterCommand(CLI::App& tarv, const GlobalOptions& global) {
   auto options = std::make_shared<FilterOptions>();
   CLI::App* app = tarv.add_subcommand("filter", "Compute a filter graph described as text on input datasets");
   app->add_option("GRAPH", options->graph, "Graph description file")->required();
-  app->add_option("--input,-i", options->inputs, "An input dataset: ID=FILE (TARV1, paged TIFF and TIFF stacks are read lazily)")
+  app->add_option("--input,-i", options->inputs, "An input dataset: ID=FILE (TARV1, paged TIFF, TIFF stacks and DICOM are read lazily)")
       ->required();
   app->add_option("--output,-o", options->output, "Output dataset file")->required();
   app->add_option("--output-id", options->outputId,

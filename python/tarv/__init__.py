@@ -31,7 +31,7 @@ def open(path, lazy=True, format=None, series="", raw=None):  # noqa: A001 - the
 
     The content tells the format, else the extension, unless ``format`` names it (see
     ``tarv.formats()``). With ``lazy`` the elements are read block by block as they are used where
-    the format allows it (TARV1, paged TIFF, TIFF stacks); other files are read whole. ``series`` picks a DICOM
+    the format allows it (TARV1, paged TIFF, TIFF stacks, DICOM series); other files are read whole. ``series`` picks a DICOM
     series by its SeriesInstanceUID; a raw file needs ``raw=dict(size=(x, y, z[, t[, c]]),
     element_type=..., spacing=..., origin=..., byte_swap=..., header=...)``. Geometry is patient LPS.
     Raises FileNotFoundError, ValueError (naming what is unsupported) or OSError.

@@ -17,12 +17,15 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <vector>
 
 #include "core/DcmHeader.h"
 #include "core/Vector3D.h"
 #include "dataset/Dataset.h"
+#include "dataset/DatasetFileReadModule.h"
+#include "dataset/FileReadDataset.h"
 #include "dataset/DatasetWorldEmbedding.h"
 #include "formats/ContiguousElements.h"
 #include "formats/AllocationCap.h"
@@ -262,7 +265,17 @@ Result<std::vector<DicomSeriesSummary>> listDicomSeries(const std::string& path)
 
 namespace {
 
-Result<DatasetHandle> readSeries(const std::string& path, const std::string& uid) {
+// A series ready to be read: its files in order, their common layout, the geometry and the tags
+// of the first file.
+struct SeriesPlan {
+  std::vector<Slice> slices;
+  SliceLayout first;
+  std::unique_ptr<DcmHeader> tags;
+  DatasetWorldEmbedding embedding;
+  DatasetCoordinates size;
+};
+
+Result<SeriesPlan> planSeries(const std::string& path, const std::string& uid) {
   Result<ScannedSeries> scanned = scanSeries(path);
   if (!scanned.ok()) return scanned.status();
   std::string chosen = uid;
@@ -329,51 +342,143 @@ Result<DatasetHandle> readSeries(const std::string& path, const std::string& uid
   const std::int64_t elements = static_cast<std::int64_t>(first->columns) * first->rows * first->samples * depth;
   if (depth > INT_MAX || elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
   if (Status cap = checkAllocation(elements, first->type); !cap.ok()) return cap;
-  const DatasetWorldEmbedding embedding(
+  SeriesPlan plan;
+  plan.embedding = DatasetWorldEmbedding(
       WorldCoordinates(slices.front().position[0], slices.front().position[1], slices.front().position[2], 0.0),
       WorldCoordinates(first->spacing[0], first->spacing[1], zSpacing, 1.0), Vector3D(row[0], row[1], row[2]),
       Vector3D(column[0], column[1], column[2]));
+  plan.size = DatasetCoordinates(static_cast<int>(first->columns), static_cast<int>(first->rows), static_cast<int>(depth),
+                                 1, first->samples);
+  plan.slices = std::move(slices);
+  plan.first = *first;
+  plan.tags = std::move(tags);
+  return plan;
+}
+
+// planSeries, with messages about the path itself not naming it again (the caller names it).
+Result<SeriesPlan> planNamedSeries(const std::string& path, const std::string& uid) {
+  Result<SeriesPlan> plan = planSeries(path, uid);
+  const std::string prefix = path + ": ";
+  if (!plan.ok() && plan.status().message().compare(0, prefix.size(), prefix) == 0)
+    return Status(plan.status().code(), plan.status().message().substr(prefix.size()));
+  return plan;
+}
+
+// The decoded frames of file z of the plan into target (all its frames, samples fastest).
+Status readSlicePixels(const SeriesPlan& plan, std::size_t z, unsigned char* target) {
+  const SliceLayout& first = plan.first;
+  const int sampleBytes = static_cast<int>(DatasetMemory::getElementTypeByteSize(first.type));
+  const std::size_t expected =
+      static_cast<std::size_t>(first.columns) * first.rows * first.samples * sampleBytes * first.frames;
+  const std::string& file = plan.slices[z].file;
+  if (Status readable = checkGdcmCanReadImage(file); !readable.ok()) return readable;
+  gdcm::ImageReader reader;
+  reader.SetFileName(file.c_str());
+  if (!reader.Read()) return corruptError(file + ": not a DICOM image GDCM can read");
+  const gdcm::Image& image = reader.GetImage();
+  if (image.GetBufferLength() != expected)
+    return corruptError(file + ": pixel data of " + std::to_string(image.GetBufferLength()) + " bytes, not " +
+                        std::to_string(expected));
+  std::vector<char> buffer(expected);
+  if (!image.GetBuffer(buffer.data())) return corruptError(file + ": pixel data GDCM cannot decode");
+  storePixels(buffer, first, sampleBytes, target, 0);
+  return okStatus();
+}
+
+ModalityLUT modalityLutOf(const SliceLayout& layout) {
+  ModalityLUT lut;
+  if (layout.slope != 1.0 || layout.intercept != 0.0) lut.set(layout.slope, layout.intercept);
+  return lut;
+}
+
+Result<DatasetHandle> readSeries(const std::string& path, const std::string& uid) {
+  Result<SeriesPlan> plan = planNamedSeries(path, uid);
+  if (!plan.ok()) return plan.status();
   auto* dataset = new Dataset(true);
   DatasetHandle handle(dataset);
-  dataset->newDataset(DatasetCoordinates(static_cast<int>(first->columns), static_cast<int>(first->rows),
-                                         static_cast<int>(depth), 1, first->samples),
-                      first->type, embedding);
+  dataset->newDataset(plan->size, plan->first.type, plan->embedding);
   if (!dataset->hasData() || dataset->getPlainElements() == nullptr) return resourceExhaustedError("not enough memory to read it");
   auto* block = static_cast<unsigned char*>(dataset->getPlainElements());
-  const int sampleBytes = static_cast<int>(dataset->getElementByteSize());
-  const std::size_t expected =
-      static_cast<std::size_t>(first->columns) * first->rows * first->samples * sampleBytes * first->frames;
-  std::vector<char> buffer;
-  for (std::size_t z = 0; z < slices.size(); ++z) {
-    gdcm::ImageReader reader;
-    reader.SetFileName(slices[z].file.c_str());
-    if (!reader.Read()) return corruptError(slices[z].file + ": not a DICOM image GDCM can read");
-    const gdcm::Image& image = reader.GetImage();
-    if (image.GetBufferLength() != expected)
-      return corruptError(slices[z].file + ": pixel data of " + std::to_string(image.GetBufferLength()) + " bytes, not " +
-                          std::to_string(expected));
-    buffer.resize(expected);
-    if (!image.GetBuffer(buffer.data())) return corruptError(slices[z].file + ": pixel data GDCM cannot decode");
-    storePixels(buffer, *first, sampleBytes, block, z * first->frames);
-  }
-  if (first->slope != 1.0 || first->intercept != 0.0) {
-    ModalityLUT lut;
-    lut.set(first->slope, first->intercept);
-    dataset->setModalityLUT(lut);
-  }
-  dataset->setDicomTags(tags.release());
+  const std::size_t fileBytes = static_cast<std::size_t>(plan->first.columns) * plan->first.rows * plan->first.samples *
+                                dataset->getElementByteSize() * plan->first.frames;
+  for (std::size_t z = 0; z < plan->slices.size(); ++z)
+    if (Status read = readSlicePixels(*plan, z, block + z * fileBytes); !read.ok()) return read;
+  dataset->setModalityLUT(modalityLutOf(plan->first));
+  dataset->setDicomTags(plan->tags.release());
   return handle;
 }
 
+// Reads a series file by file (each file's frames one block) into a FileReadDataset's cache.
+class DicomSeriesReadModule : public DatasetFileReadModule {
+public:
+  explicit DicomSeriesReadModule(std::string uid) : uid(std::move(uid)) {}
+  ~DicomSeriesReadModule() override { closeFile(); }
+
+  DatasetBoundingBox getReadBlockBox(const DatasetCoordinates& c) override {
+    if (!isFileOpen() || !plan) return getNoFileBox();
+    const int frames = static_cast<int>(plan->first.frames);
+    const int firstZ = c.z / frames * frames;
+    return DatasetBoundingBox(DatasetCoordinates(0, 0, firstZ, 0, 0),
+                              DatasetCoordinates(size.x - 1, size.y - 1, firstZ + frames - 1, 0, size.c - 1));
+  }
+
+  bool open() override {
+    Result<SeriesPlan> opened = planNamedSeries(fileName, uid);
+    if (!opened.ok()) {
+      noteOpenStatus(this, opened.status());
+      return false;
+    }
+    plan = std::make_unique<SeriesPlan>(std::move(*opened));
+    size = plan->size;
+    elementType = plan->first.type;
+    worldEmbedding = plan->embedding;
+    modalityLut = modalityLutOf(plan->first);
+    return true;
+  }
+
+  void close() override { plan.reset(); }
+
+  bool readBlock(FileReadDataset* dataset, const DatasetCoordinates& c) override {
+    if (!plan) return false;
+    const DatasetBoundingBox box = getReadBlockBox(c);
+    const std::size_t rowBytes = static_cast<std::size_t>(size.x) * size.c * DatasetMemory::getElementTypeByteSize(elementType);
+    std::vector<unsigned char> frames;
+    Status read = okStatus();
+    try {
+      frames.resize(rowBytes * size.y * plan->first.frames);
+      read = readSlicePixels(*plan, static_cast<std::size_t>(c.z) / plan->first.frames, frames.data());
+    } catch (const std::bad_alloc&) {
+      read = resourceExhaustedError("not enough memory for slice " + std::to_string(c.z));
+    }
+    if (!read.ok()) {
+      noteBlockReadFailure(this, read);
+      return false;
+    }
+    dataset->announceAccess(box);
+    std::size_t row = 0;
+    for (int z = box.start.z; z <= box.end.z; ++z)
+      for (int y = 0; y < size.y; ++y, ++row)
+        dataset->setElementReferenceRow(DatasetCoordinates(0, y, z, 0, 0), size.x, frames.data() + row * rowBytes);
+    return true;
+  }
+
+  const DcmHeader* tags() const { return plan ? plan->tags.get() : nullptr; }
+
+private:
+  std::string uid;
+  std::unique_ptr<SeriesPlan> plan;
+};
+
 }  // namespace
 
-Result<DatasetHandle> readDicomSeries(const std::string& path, const std::string& uid) {
-  Result<DatasetHandle> read = readSeries(path, uid);
-  // The file is named by the caller when it is the one given.
-  const std::string prefix = path + ": ";
-  if (!read.ok() && read.status().message().compare(0, prefix.size(), prefix) == 0)
-    return Status(read.status().code(), read.status().message().substr(prefix.size()));
-  return read;
+DatasetFileReadModule* newDicomSeriesReadModule(const std::string& uid) { return new DicomSeriesReadModule(uid); }
+
+void copyDicomTags(DatasetFileReadModule* module, Dataset* dataset) {
+  const auto* series = dynamic_cast<const DicomSeriesReadModule*>(module);
+  if (series != nullptr && series->tags() != nullptr && dataset != nullptr)
+    dataset->setDicomTags(new DcmHeader(*series->tags()));
 }
+
+Result<DatasetHandle> readDicomSeries(const std::string& path, const std::string& uid) { return readSeries(path, uid); }
 
 }  // namespace tarv::formats

@@ -15,6 +15,11 @@
 #include "dataset/DatasetHandle.h"
 #include "status/Status.h"
 
+namespace tarv {
+class Dataset;
+class DatasetFileReadModule;
+}  // namespace tarv
+
 namespace tarv::formats {
 
 // Whether the file has the DICOM preamble and "DICM" prefix.
@@ -31,6 +36,13 @@ Result<std::vector<DicomSeriesSummary>> listDicomSeries(const std::string& path)
 
 // The series with the UID, or the only one when uid is empty (several: refused with their list).
 Result<DatasetHandle> readDicomSeries(const std::string& path, const std::string& uid);
+
+// A read module that reads the series (as readDicomSeries chooses it) file by file, for a
+// FileReadDataset (owned by the caller until handed to one). Opening it reads every file's
+// header; the pixels of a file are decoded when its slices are first read.
+DatasetFileReadModule* newDicomSeriesReadModule(const std::string& uid);
+// The tags of the first file of an open series module, copied to the dataset.
+void copyDicomTags(DatasetFileReadModule* module, Dataset* dataset);
 
 }  // namespace tarv::formats
 

@@ -58,7 +58,7 @@ constexpr std::array<FormatDescription, 13> kFormats = {{
      "NIfTI-1/-2, gzip-compressed"},
     {FileFormat::tiffStack, "tiff-stack", "tif-stack",          "TIFF stack",     "",           true,  false, 4,     false,
      "TIFF pages as z slices (strips or tiles, any codec of libtiff): 8..64-bit samples; no geometry"},
-    {FileFormat::dicom,     "dicom",    "dcm",                  "DICOM",          ".dcm",       false, false, 3,     false,
+    {FileFormat::dicom,     "dicom",    "dcm",                  "DICOM",          ".dcm",       true,  false, 3,     false,
      "DICOM series (a folder or a file) through GDCM: orientation, rescale; read only", false},
     {FileFormat::metaImage, "metaimage", "mha|mhd",             "MetaImage",      ".mha .mhd",  false, true,  0,     false,
      "MetaImage (MetaIO): x, y, z, t, channels; spacing, position, direction; written with its data inside"},
@@ -153,6 +153,19 @@ Result<OpenedFile> readInMemory(const std::string& path, FileFormat format, Read
   OpenedFile opened;
   opened.format = format;
   opened.handle = *handle;
+  return opened;
+}
+
+// A DICOM series read file by file, with the first file's tags.
+Result<OpenedFile> readDicomLazily(const std::string& path, const std::string& uid) {
+  Result<DatasetHandle> handle = openLazily(path, newDicomSeriesReadModule(uid));
+  if (!handle.ok()) return handle.status();
+  auto* file = static_cast<FileReadDataset*>(GetRawPtr(*handle));
+  copyDicomTags(file->getFileReadModule(), file);
+  OpenedFile opened;
+  opened.format = FileFormat::dicom;
+  opened.handle = *handle;
+  opened.lazy = true;
   return opened;
 }
 
@@ -379,8 +392,9 @@ Result<OpenedFile> readDatasetFile(const std::string& path, const ReadRequest& r
   Result<OpenedFile> opened = invalidArgumentError("unknown format");
   switch (request.format) {
     case FileFormat::dicom:
-      opened = readInMemory(path, FileFormat::dicom,
-                            [&](const std::string& p) { return readDicomSeries(p, request.dicomSeries); });
+      opened = request.lazy ? readDicomLazily(path, request.dicomSeries)
+                            : readInMemory(path, FileFormat::dicom,
+                                           [&](const std::string& p) { return readDicomSeries(p, request.dicomSeries); });
       break;
     case FileFormat::metaImage: opened = readInMemory(path, FileFormat::metaImage, readMetaImageFile); break;
     case FileFormat::nrrd: opened = readInMemory(path, FileFormat::nrrd, readNrrdFile); break;

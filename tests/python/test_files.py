@@ -139,3 +139,45 @@ def test_the_allocation_cap_refuses_what_a_header_claims(tmp_path):
         tarv.set_allocation_cap(0)
     assert tarv.allocation_cap() == default
     assert tarv.open(tmp_path / "v.nii").shape == (10, 100, 100)
+
+
+def test_dicom_series_read_file_by_file_equal_the_whole_read(tmp_path):
+    pydicom = pytest.importorskip("pydicom")
+    from pydicom.dataset import FileDataset, FileMetaDataset
+    from pydicom.uid import ExplicitVRLittleEndian, generate_uid
+
+    volume = ct_like((5, 6, 7))
+    series = generate_uid()
+    folder = tmp_path / "series"
+    folder.mkdir()
+    for z in (3, 0, 4, 1, 2):  # files in another order than their positions
+        meta = FileMetaDataset()
+        meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.2"
+        meta.MediaStorageSOPInstanceUID = generate_uid()
+        meta.TransferSyntaxUID = ExplicitVRLittleEndian
+        ds = FileDataset(str(folder / ("s%d.dcm" % z)), {}, file_meta=meta, preamble=b"\0" * 128)
+        ds.SOPClassUID = meta.MediaStorageSOPClassUID
+        ds.SOPInstanceUID = meta.MediaStorageSOPInstanceUID
+        ds.SeriesInstanceUID = series
+        ds.StudyInstanceUID = series + ".1"
+        ds.Modality = "CT"
+        ds.Rows, ds.Columns = 6, 7
+        ds.PixelSpacing = [0.75, 0.5]
+        ds.SliceThickness = 2.0
+        ds.ImageOrientationPatient = [1, 0, 0, 0, 1, 0]
+        ds.ImagePositionPatient = [-10.0, 20.0, 2.0 * z]
+        ds.SamplesPerPixel = 1
+        ds.PhotometricInterpretation = "MONOCHROME2"
+        ds.BitsAllocated, ds.BitsStored, ds.HighBit, ds.PixelRepresentation = 16, 16, 15, 1
+        ds.RescaleSlope, ds.RescaleIntercept = 1, -1024
+        ds.PixelData = volume[z].tobytes()
+        ds.is_little_endian, ds.is_implicit_VR = True, False
+        ds.save_as(str(folder / ("s%d.dcm" % z)), write_like_original=False)
+    lazy = tarv.open(folder)
+    whole = tarv.open(folder, lazy=False)
+    assert not lazy.in_memory and whole.in_memory
+    assert lazy.modality_lut == whole.modality_lut == (1.0, -1024.0)
+    assert lazy.origin == whole.origin and lazy.spacing == whole.spacing
+    assert np.array_equal(lazy.to_array(np.s_[3:4]), volume[3:4])
+    assert np.array_equal(np.asarray(lazy), volume)
+    assert np.array_equal(np.asarray(whole), volume)

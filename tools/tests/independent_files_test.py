@@ -269,7 +269,7 @@ def oblique_series(folder, count=6, uid=None, shuffle=True):
 def test_pydicom_series_reads_in_order_with_geometry_and_rescale(tmp_path):
     volume, origin, row, column, normal, _ = oblique_series(tmp_path / "series")
     fields = info(tmp_path / "series")
-    assert fields["format"] == "DICOM"
+    assert fields["format"] == "DICOM (read lazily)"
     assert fields["size"] == "7 x 5 x 6"
     assert fields["rescale"] == "slope 1, intercept -1024"
     assert np.allclose([float(v) for v in fields["origin"].split(" (")[0].split(",")], origin, atol=1e-5)
