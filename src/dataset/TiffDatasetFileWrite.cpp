@@ -43,7 +43,7 @@ namespace {
 class PagedTiffSlabWriter : public formats::SlabWriter {
 public:
   PagedTiffSlabWriter(TiffHandle opened, std::unique_ptr<TiffErrors> errorSink, const TiffFileHeader& header)
-      : tiff(std::move(opened)), errors(std::move(errorSink)), header(header) {}
+      : errors(std::move(errorSink)), tiff(std::move(opened)), header(header) {}
 
   Status allocate() {
     const std::uint64_t pageBytes = header.getPageByteSize();
@@ -107,8 +107,10 @@ public:
   }
 
 private:
-  TiffHandle tiff;
+  // Declared before the handle: closing the file (which may fail on a full disk) still reports
+  // into it.
   std::unique_ptr<TiffErrors> errors;
+  TiffHandle tiff;
   TiffFileHeader header;
   std::vector<unsigned char> page;
   // The next page to write.

@@ -268,8 +268,16 @@ Status writeMetaImageFile(Dataset* dataset, const std::string& path) {
   const bool named = extension == ".mha" || extension == ".mhd";
   const std::string written = named ? path : path + ".mha";
   QuietMetaIo quiet;
-  const bool done = image.Write(written.c_str(), "LOCAL", true, block);
+  bool done = image.Write(written.c_str(), "LOCAL", true, block);
   std::error_code error;
+  // MetaIO does not check its writes: a file shorter than its elements was cut (a full disk).
+  const std::uintmax_t elementBytes = static_cast<std::uintmax_t>(dataset->getElementCount()) * dataset->getElementByteSize();
+  const std::uintmax_t fileBytes = done ? std::filesystem::file_size(written, error) : 0;
+  if (done && (error || fileBytes < elementBytes)) {
+    std::filesystem::remove(written, error);
+    return ioError("cannot write " + path + ": the file holds " + std::to_string(fileBytes) + " bytes, its elements " +
+                   std::to_string(elementBytes) + " (is the disk full?)");
+  }
   if (done && !named) std::filesystem::rename(written, path, error);
   if (!named && (!done || error)) std::filesystem::remove(written, error);
   if (!done || error) return ioError("cannot write " + path + quiet.suffix());

@@ -57,7 +57,7 @@ std::vector<unsigned char> valuesOf(Dataset* result) {
 TEST(EvaluationSoak, TheEdgeGraphTwoHundredTimesGivesTheSameResultsInFlatMemory) {
   const Threads two(2);
   Dataset input(true);
-  input.newDataset(DatasetCoordinates(40, 36, 28, 1, 1), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT,
+  input.newDataset(DatasetCoordinates(32, 28, 20, 1, 1), TARV_ELEMENT_TYPE_SIGNED_SHORT_INT,
                    DatasetWorldEmbedding(WorldCoordinates(0, 0, 0, 0), WorldCoordinates(0.8, 0.8, 2.0, 1)));
   std::mt19937 random(77);
   testing::fillRandomly(input, random, -1000.0, 1500.0);

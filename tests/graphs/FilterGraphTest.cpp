@@ -279,8 +279,10 @@ TEST(FilterGraph, DescribedGraphsReadBackAsTheSameComputation) {
   EXPECT_TRUE(readCast->isDatasetEquivalent(cast)) << text;
   EXPECT_NE(reader.findNode(7), nullptr);
   ASSERT_EQ(result->getSize(), cast->getSize());
-  for (auto it = cast->getStartCoordinatesIterator(); it.valid; cast->incrementCoordinatesIterator(it))
-    ASSERT_EQ(result->getElement<double>(it), cast->getElement<double>(it));
+  for (auto it = cast->getStartCoordinatesIterator(); it.valid; cast->incrementCoordinatesIterator(it)) {
+    const DatasetCoordinates p(it.x, it.y, it.z, it.t, it.c);
+    ASSERT_EQ(result->getElement<double>(p), cast->getElement<double>(p));
+  }
   // The same text again: the description does not depend on memory addresses.
   EXPECT_EQ(describeGraph(cast, {{GetRawPtr(input), 0}, {GetRawPtr(other), 4}}), text);
   EXPECT_THROW(describeGraph(cast, {{GetRawPtr(input), 1}, {GetRawPtr(other), 1}}), GraphError);

@@ -16,7 +16,7 @@ def resident_kilobytes():
 
 
 def test_two_hundred_rounds_in_flat_memory(tmp_path, edge_graph):
-    volume = ct_like((20, 32, 36))
+    volume = ct_like((14, 24, 28))
     reference = np.asarray(tarv.Graph(edge_graph, {0: tarv.Dataset.from_array(volume)}).result()).copy()
     settled = 0
     for round in range(200):
@@ -28,7 +28,7 @@ def test_two_hundred_rounds_in_flat_memory(tmp_path, edge_graph):
         elif kind == 1:
             values = np.concatenate([result.to_array(np.s_[:7]), result.to_array(np.s_[7:])])
         elif kind == 2:
-            values = tarv.dask.map_graph(da.from_array(volume, chunks=(7, 16, 20)), edge_graph).compute(
+            values = tarv.dask.map_graph(da.from_array(volume, chunks=(5, 13, 15)), edge_graph).compute(
                 scheduler="threads")
         else:
             tarv.write(result, tmp_path / "edges.tarv")

@@ -14,6 +14,9 @@ DatasetHandle box(int x0, int x1) {
   DatasetHandle handle(d);
   d->newDataset<unsigned char>(DatasetCoordinates(12, 5, 5, 1, 1),
                                DatasetWorldEmbedding(WorldCoordinates(0, 0, 0, 0), WorldCoordinates(0.5, 1, 1, 1)));
+  // New datasets hold whatever their memory held: background first.
+  for (auto it = d->getStartCoordinatesIterator(); it.valid; d->incrementCoordinatesIterator(it))
+    d->setElement<unsigned char>(it, 0);
   for (int z = 1; z < 4; ++z)
     for (int y = 1; y < 4; ++y)
       for (int x = x0; x <= x1; ++x) d->setElement<unsigned char>(DatasetCoordinates(x, y, z, 0, 0), 1);
