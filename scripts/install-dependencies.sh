@@ -8,7 +8,7 @@ fi
 export DEBIAN_FRONTEND=noninteractive
 apt-get update
 apt-get install -y --no-install-recommends \
-  build-essential cmake g++ clang-14 libclang-rt-14-dev \
+  build-essential cmake g++ clang-14 libclang-rt-14-dev llvm-14 \
   libtiff-dev libtiff-tools libvtk9-dev libboost-thread-dev libcgal-dev \
   libnifti2-dev libgdcm-dev libteem-dev zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev \
   python3 python3-dev pybind11-dev python3-numpy python3-scipy python3-nibabel python3-tifffile python3-pil python3-pydicom python3-pytest \
