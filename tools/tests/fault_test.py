@@ -87,13 +87,13 @@ def test_folders_that_cannot_be_written(tmp_path, volume_file):
 @pytest.mark.parametrize("name", ["v.tarv", "v.tif", "v.nii", "v.nii.gz", "v.mha", "v.vti"])
 def test_inputs_cut_anywhere_are_refused_or_read_exactly(tmp_path, volume_file, name):
     source, volume = volume_file
-    small = volume[:6, :40, :48]
+    small = volume[:4, :32, :40]
     small.tofile(tmp_path / "small.raw")
     assert tarv("convert", tmp_path / "small.raw", tmp_path / name, *layout(small)).returncode == 0
     whole = (tmp_path / name).read_bytes()
     rng = np.random.default_rng(len(name))
     # Every 4 KiB boundary (TIFF tiles and strips, slices of the others) and random offsets.
-    cuts = sorted(set(list(range(0, len(whole), 4096)) + list(rng.integers(0, len(whole), size=12))))
+    cuts = sorted(set(list(range(0, len(whole), 4096)) + list(rng.integers(0, len(whole), size=4))))
     for cut in cuts:
         cut_file = tmp_path / ("cut-" + name)
         cut_file.write_bytes(whole[:cut])
