@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the dependencies, builds tarv and runs its tests: a normal build of the library and the
 # tool, installed, with an application outside the tree built against the package and the Python
-# package's tests run against the installed package; every test (unit tests, the tool's tests, the
-# file tests against other software, the Python package's tests, every fuzz corpus replayed through
+# package's tests run against the installed package; every other test (unit tests, the tool's
+# tests, the file tests against other software, the fault tests, every fuzz corpus replayed through
 # its harness) under AddressSanitizer and UndefinedBehaviorSanitizer; the threaded tests
 # under ThreadSanitizer. TARV_FUZZ_SECONDS=N adds the libFuzzer (clang-14) build of the harnesses
 # and N seconds of fuzzing each.
@@ -31,7 +31,12 @@ PYTHONPATH="$top/build/install/lib/python3/dist-packages" TARV_TOOL="$top/build/
 
 echo "== every test under AddressSanitizer and UndefinedBehaviorSanitizer"
 # Line tables are enough for the sanitizers' reports, and quicker to build than full debug information.
-cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DTARV_SANITIZE=ON
+# One process per test program (not per case): the instrumented programs start slowly. The Python
+# package's tests ran against the installed package above; under the sanitizers they need the
+# package built again, which the time of this command does not allow (ctest -R python_package in a
+# -DTARV_SANITIZE=ON build runs them).
+cmake -S . -B build/asan -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DTARV_SANITIZE=ON \
+  -DTARV_TESTS_PER_PROGRAM=ON -DTARV_BUILD_PYTHON=OFF
 cmake --build build/asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build/asan -j"$jobs" --output-on-failure
