@@ -82,9 +82,12 @@ reader_files() {
 # One harness fuzzed for the campaign, its figures in $build/campaign/<harness>.json.
 campaign_one() {
   local h=$1 work=$build/work/$1 artifacts=$build/artifacts/$1 dict=()
+  rm -rf "$artifacts" "$build/campaign/$h.json"
   mkdir -p "$work" "$artifacts" "$build/campaign"
   [ -f "fuzz/$h.dict" ] && dict=(-dict="fuzz/$h.dict")
-  local status=0
+  local status=0 started commit
+  started=$(date -u '+%Y-%m-%d %H:%M')
+  commit=$(git rev-parse --short HEAD)$(git status --porcelain --untracked-files=no | grep -q . && echo '+changes' || true)
   "$build/$h" "${common[@]}" "${dict[@]}" -max_len="$(max_len "$h")" -max_total_time="$seconds" \
     -print_final_stats=1 -artifact_prefix="$artifacts/" "$work" "fuzz/corpus/$h" >"$build/$h.campaign.log" 2>&1 || status=$?
   local executions cov features findings corpus
@@ -93,8 +96,9 @@ campaign_one() {
   features=$(grep -oE 'ft: [0-9]+' "$build/$h.campaign.log" | tail -n 1 | awk '{print $2}')
   findings=$(find "$artifacts" -type f | wc -l)
   corpus=$(( $(find "$work" -type f | wc -l) + $(find "fuzz/corpus/$h" -type f | wc -l) ))
-  printf '{"executions": %s, "cov": %s, "features": %s, "findings": %s, "corpus": %s, "status": %s}\n' \
-    "${executions:-0}" "${cov:-0}" "${features:-0}" "$findings" "$corpus" "$status" > "$build/campaign/$h.json"
+  printf '{"executions": %s, "cov": %s, "features": %s, "findings": %s, "corpus": %s, "status": %s, "minutes": %s, "date": "%s", "commit": "%s"}\n' \
+    "${executions:-0}" "${cov:-0}" "${features:-0}" "$findings" "$corpus" "$status" "$minutes" "$started" "$commit" \
+    > "$build/campaign/$h.json"
 }
 
 # Line coverage of the reader files over the corpus (seeds and what the campaign found).
@@ -146,7 +150,6 @@ done
 
 if [ "$mode" = campaign ] && [ ${#failed[@]} -eq 0 ]; then
   echo "== campaign: ${#harnesses[@]} harnesses, $minutes min each, two at a time"
-  rm -rf "$build/artifacts" "$build/campaign"
   running=0
   for h in "${harnesses[@]}"; do
     campaign_one "$h" &
@@ -158,30 +161,33 @@ if [ "$mode" = campaign ] && [ ${#failed[@]} -eq 0 ]; then
   coverage=${TARV_FUZZ_COVERAGE_DIR:-$top/build/fuzz-coverage}
   cmake -S fuzz -B "$coverage" -DTARV_FUZZ_COVERAGE=ON -DCMAKE_C_COMPILER="${CC_FUZZ:-clang-14}" \
     -DCMAKE_CXX_COMPILER="${CXX_FUZZ:-clang++-14}" >/dev/null
-  cmake --build "$coverage" -j"${TARV_JOBS:-2}" --target "${harnesses[@]}" >/dev/null
+  cmake --build "$coverage" -j"${TARV_JOBS:-2}" >/dev/null
   table=fuzz/CAMPAIGN.md
+  mapfile -t every < "$build/fuzzers.txt"
   {
     echo "# Fuzzing campaign"
     echo
-    echo "Written by \`fuzz/run-fuzzers.sh --campaign $minutes\` on $(date -u +%Y-%m-%d) at commit $(git rev-parse --short HEAD)"
-    echo "($(git status --porcelain --untracked-files=no | grep -q . && echo 'with uncommitted changes' || echo 'clean tree')),"
-    echo "on $(getconf _NPROCESSORS_ONLN) cores, two harnesses at a time: $minutes minutes of libFuzzer per harness"
-    echo "(ASan + UBSan, the dictionaries under fuzz/). Line coverage: clang's source-based coverage of the"
-    echo "seed corpus and the campaign's inputs replayed, over the harness's reader files."
+    echo "Written by \`fuzz/run-fuzzers.sh --campaign MINUTES\` on $(getconf _NPROCESSORS_ONLN) cores, two harnesses at a"
+    echo "time, each row from the harness's latest campaign run (its start and the commit it ran at; \"+changes\""
+    echo "when the tree had uncommitted changes). libFuzzer under ASan + UBSan with the dictionaries under"
+    echo "fuzz/. Line coverage: clang's source-based coverage of the seed corpus and the campaign's inputs"
+    echo "replayed through the harness, over the harness's reader files, measured when the table was written"
+    echo "($(date -u '+%Y-%m-%d %H:%M'))."
     echo
-    echo "| harness | minutes | executions | executions/s | edges (cov) | features | corpus | findings | line coverage of its readers | reader files |"
-    echo "|---|---|---|---|---|---|---|---|---|---|"
-    for h in "${harnesses[@]}"; do
+    echo "| harness | started (UTC) | commit | minutes | executions | executions/s | edges (cov) | features | corpus | findings | line coverage of its readers | reader files |"
+    echo "|---|---|---|---|---|---|---|---|---|---|---|---|"
+    for h in "${every[@]}"; do
       j=$build/campaign/$h.json
       [ -f "$j" ] || continue
       line=$(coverage_one "$h")
-      /usr/bin/python3 - "$j" "$h" "$minutes" "${line:-0}" "$(reader_files "$h")" <<'PY'
+      /usr/bin/python3 - "$j" "$h" "${line:-0}" "$(reader_files "$h")" <<'PY'
 import json, sys
 j = json.load(open(sys.argv[1]))
-h, minutes, line, files = sys.argv[2], int(sys.argv[3]), sys.argv[4], sys.argv[5]
-rate = j["executions"] / (minutes * 60.0)
-print(f"| {h} | {minutes} | {j['executions']} | {rate:.0f} | {j['cov']} | {j['features']} | {j['corpus']} | "
-      f"{j['findings']} | {line} % | {', '.join('`' + f + '`' for f in files.split())} |")
+h, line, files = sys.argv[2], sys.argv[3], sys.argv[4]
+rate = j["executions"] / (j["minutes"] * 60.0)
+print(f"| {h} | {j['date']} | {j['commit']} | {j['minutes']} | {j['executions']} | {rate:.0f} | {j['cov']} | "
+      f"{j['features']} | {j['corpus']} | {j['findings']} | {line} % | "
+      f"{', '.join('`' + f + '`' for f in files.split())} |")
 PY
     done
   } > "$table"

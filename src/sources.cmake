@@ -37,6 +37,7 @@ set(TARV_DATASET_SOURCES
   formats/AllocationCap.cpp
   formats/AtomicFile.cpp
   formats/DatasetWriting.cpp
+  formats/FileIdentity.cpp
   formats/FileStatus.cpp
   formats/FormatRegistry.cpp
   formats/DicomSeries.cpp
@@ -196,6 +197,7 @@ set(TARV_INTERNAL_HEADERS
   formats/AtomicFile.h
   formats/ContiguousElements.h
   formats/DicomSeries.h
+  formats/FileIdentity.h
   formats/FileStatus.h
   formats/MetaImageFormat.h
   formats/NiftiFormat.h

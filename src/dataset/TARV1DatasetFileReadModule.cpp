@@ -22,6 +22,7 @@ DatasetBoundingBox TARV1DatasetFileReadModule::getReadBlockBox(const DatasetCoor
 bool TARV1DatasetFileReadModule::open() {
   releaseStream();
   stream.open(fileName, std::ios::binary);
+  opened = formats::FileIdentity::ofPath(fileName);
   Status status = formats::checkOpenedForReading(stream.is_open(), fileName);
   if (status.ok()) status = formats::readTarv1Header(stream, header);
   formats::noteOpenStatus(this, status);
@@ -63,6 +64,7 @@ bool TARV1DatasetFileReadModule::readBlock(FileReadDataset* dataset, const Datas
     return fail(invalidArgumentError(slice + " is outside the file"));
   if (dataset->getSize().x != size.x || dataset->getSize().c != 1)
     return fail(invalidArgumentError("the dataset is not shaped like the file"));
+  if (Status same = opened.checkOpenedPath(fileName, "cannot read " + slice); !same.ok()) return fail(same);
   const std::size_t count = header.getSliceSampleCount();
   try {
     sliceBytes.resize(count * TARV1FileHeader::sampleByteSize);

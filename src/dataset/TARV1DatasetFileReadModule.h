@@ -7,6 +7,7 @@
 
 #include "dataset/DatasetFileReadModule.h"
 #include "dataset/TARV1FileHeader.h"
+#include "formats/FileIdentity.h"
 
 namespace tarv {
 
@@ -33,6 +34,8 @@ private:
   TARV1FileHeader header;
   std::vector<unsigned char> sliceBytes;
   std::vector<std::uint16_t> sliceSamples;
+  // The file as opened, compared before every slice read.
+  formats::FileIdentity opened;
 };
 
 }  // namespace tarv

@@ -14,6 +14,7 @@
 #include "dataset/FileReadDataset.h"
 #include "dataset/TiffDeepTileCodec.h"
 #include "dataset/TiffFileHeader.h"
+#include "formats/FileIdentity.h"
 #include "formats/FileStatus.h"
 #include "formats/TiffMessages.h"
 
@@ -43,6 +44,8 @@ public:
   formats::TiffErrors errors;
   TiffHandle handle;
   TiffFileHeader header;
+  // The file as opened, compared before every tile read.
+  formats::FileIdentity opened;
   std::unique_ptr<unsigned char[]> pageBuffer;
   std::uint64_t pageBufferSize = 0;
 
@@ -97,6 +100,7 @@ bool TiffFileReadModule::open() {
     return false;
   }
   printLine("Tiff file open");
+  internal->opened = formats::FileIdentity::ofDescriptor(TIFFFileno(internal->handle.get()));
   TiffFileHeader& header = internal->header;
   header = TiffFileHeader();
   std::error_code error;
@@ -161,6 +165,10 @@ bool TiffFileReadModule::readBlock(FileReadDataset* dataset, const DatasetCoordi
   }
   if (header.getPageMode() != TiffPageMode::tile) return fail(unsupportedError("unknown page mode"));
   const int errorsBefore = internal->errors.count;
+  std::ostringstream tileText;
+  tileText << "cannot read tile (" << box.start << ") (" << box.end << ")";
+  if (Status same = internal->opened.checkDescriptor(TIFFFileno(internal->handle.get()), tileText.str()); !same.ok())
+    return fail(same);
   if (header.getPlanarConfiguration() != TiffPlanarConfiguration::CONTIGUES ||
       TIFFReadTile(internal->handle.get(), buffer, static_cast<std::uint32_t>(box.start.x),
                    static_cast<std::uint32_t>(box.start.y), static_cast<std::uint32_t>(box.start.z), 0) == -1) {

@@ -29,6 +29,7 @@
 #include "dataset/DatasetWorldEmbedding.h"
 #include "formats/ContiguousElements.h"
 #include "formats/AllocationCap.h"
+#include "formats/FileIdentity.h"
 #include "formats/FileStatus.h"
 #include "formats/SampleTypes.h"
 
@@ -107,6 +108,8 @@ Result<ScannedSeries> scanSeries(const std::string& path) {
 
 struct Slice {
   std::string file;
+  // The file when its header was read; its pixels are read only while it is unchanged.
+  FileIdentity identity;
   Vec3 position{};
   double along = 0.0;
 };
@@ -295,6 +298,7 @@ Result<SeriesPlan> planSeries(const std::string& path, const std::string& uid) {
   std::unique_ptr<DcmHeader> tags;
   for (const std::string& file : files) {
     if (Status readable = checkGdcmCanReadImage(file); !readable.ok()) return readable;
+    const FileIdentity identity = FileIdentity::ofPath(file);
     gdcm::ImageReader reader;
     reader.SetFileName(file.c_str());
     if (!reader.Read()) return corruptError(file + ": not a DICOM image GDCM can read");
@@ -310,7 +314,7 @@ Result<SeriesPlan> planSeries(const std::string& path, const std::string& uid) {
     }
     if (layout->frames > 1 && files.size() > 1)
       return unsupportedError(file + ": a multi-frame file in a series of several files");
-    slices.push_back(Slice{file, layout->origin, 0.0});
+    slices.push_back(Slice{file, identity, layout->origin, 0.0});
   }
   const Vec3 row{first->orientation[0], first->orientation[1], first->orientation[2]};
   const Vec3 column{first->orientation[3], first->orientation[4], first->orientation[5]};
@@ -371,6 +375,7 @@ Status readSlicePixels(const SeriesPlan& plan, std::size_t z, unsigned char* tar
   const std::size_t expected =
       static_cast<std::size_t>(first.columns) * first.rows * first.samples * sampleBytes * first.frames;
   const std::string& file = plan.slices[z].file;
+  if (Status same = plan.slices[z].identity.checkPath(file, file); !same.ok()) return same;
   if (Status readable = checkGdcmCanReadImage(file); !readable.ok()) return readable;
   gdcm::ImageReader reader;
   reader.SetFileName(file.c_str());

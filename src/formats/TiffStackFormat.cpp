@@ -18,6 +18,7 @@
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/ContiguousElements.h"
 #include "formats/AllocationCap.h"
+#include "formats/FileIdentity.h"
 #include "formats/FileStatus.h"
 #include "formats/SampleTypes.h"
 #include "formats/TiffMessages.h"
@@ -269,6 +270,7 @@ public:
     if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
     tiff = openTiffFileCollectingErrors(path, "rm", errors);
     if (!tiff) return corruptError("not a readable TIFF file" + errors.suffix());
+    opened = FileIdentity::ofDescriptor(TIFFFileno(tiff.get()));
     pages = fullResolutionPages(tiff.get());
     if (pages.empty()) return corruptError("a TIFF file without a readable page" + errors.suffix());
     // A directory that could not be read ends the chain early: pages would be missing.
@@ -305,6 +307,8 @@ public:
   Status readPage(int z, unsigned char* page) {
     const std::string where = "page " + std::to_string(z) + ": ";
     if (z < 0 || static_cast<std::size_t>(z) >= pages.size()) return invalidArgumentError(where + "no such page");
+    if (Status same = opened.checkDescriptor(TIFFFileno(tiff.get()), "page " + std::to_string(z)); !same.ok())
+      return same;
     if (!TIFFSetDirectory(tiff.get(), pages[static_cast<std::size_t>(z)]))
       return corruptError(where + "cannot be read" + errors.suffix());
     Result<PageLayout> layout = readPageLayout(tiff.get(), z);
@@ -320,6 +324,7 @@ private:
   TiffHandle tiff;
   std::vector<tdir_t> pages;
   PageLayout first;
+  FileIdentity opened;
 };
 
 // Reads a TIFF stack page by page into a FileReadDataset's cache.

@@ -1,11 +1,17 @@
 // The table of dataset file formats and reading and writing by format.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
 
 #include <unistd.h>
 
 #include "TestSupport.h"
+#include "formats/DatasetWriting.h"
 #include "formats/FormatRegistry.h"
 
 namespace tarv {
@@ -107,12 +113,6 @@ TEST(FormatRegistry, ReadFailuresCarryTheReason) {
   EXPECT_EQ(formats::readDatasetFile(dir.file("text.tif"), request).status().code(), StatusCode::invalidArgument);
 }
 
-}  // namespace
-}  // namespace tarv
-
-namespace tarv {
-namespace {
-
 // A lazily read file that shrinks on disk while it is open: the blocks past the new end fail with
 // a reason, the program goes on (libtiff must not map the file: a mapped file that shrinks kills
 // the reader with SIGBUS).
@@ -136,6 +136,63 @@ TEST(FormatRegistry, LazyFilesThatShrinkGiveReadErrors) {
     ASSERT_EQ(::truncate(path.c_str(), 600), 0);
     for (int z = 1; z < 12; ++z) (void)file->getElement<int>(DatasetCoordinates(100, 90, z, 0, 0));
     EXPECT_FALSE(formats::blockReadStatus(file).ok());
+  }
+}
+
+// A file replaced by a new one (a rename over it) leaves a lazy dataset reading the file it opened;
+// one rewritten in place gives read errors instead of the new bytes.
+TEST(FormatRegistry, LazyFilesRewrittenInPlaceGiveReadErrors) {
+  TemporaryDirectory dir;
+  Dataset d(true);
+  d.newDataset(DatasetCoordinates(128, 96, 12, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT, DatasetWorldEmbedding());
+  for (auto it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
+    d.setElement<int>(it, (it.x * 7 + it.y * 13 + it.z * 101) % 60000);
+  Dataset other(true);
+  other.newDataset(d.getSize(), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT, DatasetWorldEmbedding());
+  other.setAllElementsValue(17.0);
+  for (FileFormat format : {FileFormat::pagedTiff, FileFormat::tarv1, FileFormat::tiffStack}) {
+    const std::string path = dir.file(format == FileFormat::tarv1 ? "r.tarv" : "r.tif");
+    SCOPED_TRACE(formats::describeFormat(format).name);
+    formats::ReadRequest request;
+    request.format = format;
+    request.lazy = true;
+
+    ASSERT_TRUE(formats::writeDatasetFile(&d, path, format, formats::RawLayout()).ok());
+    Result<formats::OpenedFile> replaced = formats::readDatasetFile(path, request);
+    ASSERT_TRUE(replaced.ok()) << replaced.status().toString();
+    Dataset* first = GetRawPtr(replaced->handle);
+    EXPECT_EQ(first->getElement<int>(DatasetCoordinates(3, 4, 0, 0, 0)), d.getElement<int>(DatasetCoordinates(3, 4, 0, 0, 0)));
+    formats::WriteRequest replace;
+    replace.format = format;
+    ASSERT_TRUE(formats::writeDataset(&other, path, replace).ok());
+    for (int z = 1; z < 12; ++z)
+      ASSERT_EQ(first->getElement<int>(DatasetCoordinates(100, 90, z, 0, 0)), d.getElement<int>(DatasetCoordinates(100, 90, z, 0, 0)));
+    EXPECT_TRUE(formats::blockReadStatus(first).ok()) << formats::blockReadStatus(first).toString();
+
+    ASSERT_TRUE(formats::writeDatasetFile(&d, path, format, formats::RawLayout()).ok());
+    Result<formats::OpenedFile> rewritten = formats::readDatasetFile(path, request);
+    ASSERT_TRUE(rewritten.ok()) << rewritten.status().toString();
+    Dataset* second = GetRawPtr(rewritten->handle);
+    EXPECT_EQ(second->getElement<int>(DatasetCoordinates(3, 4, 0, 0, 0)), d.getElement<int>(DatasetCoordinates(3, 4, 0, 0, 0)));
+    // File times are as coarse as the kernel's clock tick.
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    const auto bytes = std::filesystem::file_size(path);
+    {
+      std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+      file.seekp(static_cast<std::streamoff>(bytes / 2));
+      const std::string junk(64, '\x5a');
+      file.write(junk.data(), static_cast<std::streamsize>(junk.size()));
+      ASSERT_TRUE(file.good());
+    }
+    ASSERT_EQ(std::filesystem::file_size(path), bytes);
+    // Nothing the rewrite put there is read: each read fails, or gives what the file held.
+    for (int z = 1; z < 12; ++z) {
+      std::uint16_t value = 0;
+      if (second->getElementByBuffer(DatasetCoordinates(100, 90, z, 0, 0), &value))
+        EXPECT_EQ(value, d.getElement<int>(DatasetCoordinates(100, 90, z, 0, 0))) << "z " << z;
+    }
+    const Status status = formats::blockReadStatus(second);
+    EXPECT_NE(status.message().find("the file changed on disk since it was opened"), std::string::npos) << status.toString();
   }
 }
 
