@@ -41,6 +41,7 @@ set(TARV_DATASET_SOURCES
   formats/FileStatus.cpp
   formats/FormatRegistry.cpp
   formats/DicomSeries.cpp
+  formats/DicomStructure.cpp
   formats/MetaImageFormat.cpp
   formats/NiftiFormat.cpp
   formats/NrrdFormat.cpp
@@ -197,6 +198,7 @@ set(TARV_INTERNAL_HEADERS
   formats/AtomicFile.h
   formats/ContiguousElements.h
   formats/DicomSeries.h
+  formats/DicomStructure.h
   formats/FileIdentity.h
   formats/FileStatus.h
   formats/MetaImageFormat.h

@@ -10,6 +10,7 @@
 #include "elementtypes/ElementTypeNames.h"
 #include "elementtypes/ElementTypeTable.h"
 #include "engine/Evaluation.h"
+#include "formats/FormatRegistry.h"
 
 namespace tarv::python {
 
@@ -65,9 +66,13 @@ TARVElementType elementTypeFromPython(const py::object& type) {
   return elementTypeOfDtype(dtype.cast<py::dtype>());
 }
 
+// Elements a lazily read file in the graph could not give are an error, not zeros.
 void computeBox(Dataset* dataset, const DatasetBoundingBox& box) {
-  py::gil_scoped_release release;
-  engine::calculateBox(dataset, box);
+  {
+    py::gil_scoped_release release;
+    engine::calculateBox(dataset, box);
+  }
+  throwIfFailed(formats::graphBlockReadStatus(dataset));
 }
 
 void computeWhole(Dataset* dataset, ProgressFromPython& progress) {
@@ -76,6 +81,7 @@ void computeWhole(Dataset* dataset, ProgressFromPython& progress) {
     engine::calculateInSlabs(dataset, &progress);
   }
   progress.raiseIfStopped();
+  throwIfFailed(formats::graphBlockReadStatus(dataset));
 }
 
 namespace {
@@ -356,8 +362,13 @@ dataset.)doc")
       .def("value_range",
            [](const PyDataset& d) {
              Dataset* dataset = dataOf(d);
-             py::gil_scoped_release release;
-             return std::make_pair(dataset->getMinimumValue(), dataset->getMaximumValue());
+             std::pair<double, double> range;
+             {
+               py::gil_scoped_release release;
+               range = std::make_pair(dataset->getMinimumValue(), dataset->getMaximumValue());
+             }
+             throwIfFailed(formats::graphBlockReadStatus(dataset));
+             return range;
            },
            "(minimum, maximum) of the elements, computing them where needed.")
       .def("__repr__", [](const PyDataset& d) {

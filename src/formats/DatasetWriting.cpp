@@ -110,7 +110,7 @@ Result<WrittenFile> writeDataset(Dataset* dataset, const std::string& path, cons
   Dataset* data = dataset;
   if (request.component >= 0) {
     Result<DatasetHandle> part = componentOf(dataset, request.component);
-    if (Status blocks = blockReadStatus(dataset); !blocks.ok()) return corruptError("damaged file: " + blocks.message());
+    if (Status blocks = graphBlockReadStatus(dataset); !blocks.ok()) return corruptError("damaged file: " + blocks.message());
     if (!part.ok()) return part.status();
     component = *part;
     data = GetRawPtr(component);
@@ -128,7 +128,7 @@ Result<WrittenFile> writeDataset(Dataset* dataset, const std::string& path, cons
   if (Status opened = file.open(path); !opened.ok()) return opened;
   const Status written = writeValues(data, file.getTemporaryPath(), format, type, request);
   // A lazily read source may have failed to give some of the data.
-  if (Status blocks = blockReadStatus(dataset); !blocks.ok()) return corruptError("damaged file: " + blocks.message());
+  if (Status blocks = graphBlockReadStatus(dataset); !blocks.ok()) return corruptError("damaged file: " + blocks.message());
   if (!written.ok()) {
     if (written.code() == StatusCode::cancelled) return written;
     return Status(written.code(), "writing failed: " + written.message());

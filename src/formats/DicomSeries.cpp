@@ -28,6 +28,7 @@
 #include "dataset/FileReadDataset.h"
 #include "dataset/DatasetWorldEmbedding.h"
 #include "formats/ContiguousElements.h"
+#include "formats/DicomStructure.h"
 #include "formats/AllocationCap.h"
 #include "formats/FileIdentity.h"
 #include "formats/FileStatus.h"
@@ -85,14 +86,21 @@ struct ScannedSeries {
 
 Result<ScannedSeries> scanSeries(const std::string& path) {
   quietLibrary();
-  Result<std::vector<std::string>> files = filesUnder(path);
-  if (!files.ok()) return files.status();
+  Result<std::vector<std::string>> found = filesUnder(path);
+  if (!found.ok()) return found.status();
+  // GDCM sees only well-formed DICOM files; other files of a folder are passed over.
+  std::vector<std::string> files;
+  for (const std::string& file : *found) {
+    Result<DicomStructure> structure = checkDicomStructure(file);
+    if (!structure.ok()) return Status(structure.status().code(), file + ": " + structure.status().message());
+    if (*structure == DicomStructure::wellFormed) files.push_back(file);
+  }
   gdcm::Scanner scanner;
   scanner.AddTag(kSeriesInstanceUid);
   scanner.AddTag(kSeriesDescription);
-  scanner.Scan(*files);
+  scanner.Scan(files);
   ScannedSeries series;
-  for (const std::string& file : *files) {
+  for (const std::string& file : files) {
     if (!scanner.IsKey(file.c_str())) continue;
     const std::string uid = trimmed(scanner.GetValue(file.c_str(), kSeriesInstanceUid));
     series.files[uid].push_back(file);

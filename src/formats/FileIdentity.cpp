@@ -37,7 +37,7 @@ bool FileIdentity::sameContentAs(const FileIdentity& now) const {
 }
 
 Status FileIdentity::changed(const std::string& what) const {
-  return corruptError(what + ": the file changed on disk since it was opened");
+  return ioError(what + ": the file changed on disk since it was opened");
 }
 
 Status FileIdentity::checkPath(const std::string& path, const std::string& what) const {

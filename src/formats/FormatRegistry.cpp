@@ -7,8 +7,11 @@
 #include <fstream>
 #include <string_view>
 #include <memory>
+#include <set>
 #include <sstream>
+#include <vector>
 
+#include "dataset/DependentDataset.h"
 #include "dataset/FileReadDataset.h"
 #include "dataset/JPEGDatasetFileReadWrite.h"
 #include "dataset/PNGDatasetFileReadWrite.h"
@@ -420,6 +423,22 @@ Status blockReadStatus(Dataset* dataset) {
   auto* file = dynamic_cast<FileReadDataset*>(dataset);
   if (file == nullptr || file->getFileReadModule() == nullptr) return okStatus();
   return blockReadStatus(*file->getFileReadModule());
+}
+
+Status graphBlockReadStatus(Dataset* dataset) {
+  std::vector<Dataset*> pending{dataset};
+  std::set<Dataset*> seen;
+  while (!pending.empty()) {
+    Dataset* next = pending.back();
+    pending.pop_back();
+    if (next == nullptr || !seen.insert(next).second) continue;
+    if (Status blocks = blockReadStatus(next); !blocks.ok()) return blocks;
+    if (auto* dependent = dynamic_cast<DependentDataset*>(next)) {
+      const std::vector<Dataset*> sources = dependent->getSourceDatasets();
+      pending.insert(pending.end(), sources.begin(), sources.end());
+    }
+  }
+  return okStatus();
 }
 
 Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat format, const RawLayout& raw) {

@@ -111,6 +111,9 @@ Result<OpenedFile> readDatasetFile(const std::string& path, const ReadRequest& r
 // For a dataset that readDatasetFile opened lazily: the first block that could not be read since;
 // ok for any other dataset.
 Status blockReadStatus(Dataset* dataset);
+// The same for the dataset and every dataset it is computed from: the first lazily read file in
+// its graph that could not give some of its elements.
+Status graphBlockReadStatus(Dataset* dataset);
 // Writes the dataset in the format (time step 0 for formats of one time step); raw
 // files take the dataset's element type and the layout's byte order and fillers.
 Status writeDatasetFile(Dataset* dataset, const std::string& path, FileFormat format, const RawLayout& raw);

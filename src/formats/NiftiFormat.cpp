@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <type_traits>
@@ -328,7 +329,7 @@ Status writeNiftiFile(Dataset* dataset, const std::string& path, bool compressed
   if (block == nullptr) return resourceExhaustedError("not enough memory to write it");
   Dataset* data = GetRawPtr(holder) != nullptr ? GetRawPtr(holder) : dataset;
   const DatasetCoordinates size = data->getSize();
-  const bool nifti2 = std::max({size.x, size.y, size.z, size.t, size.c}) > 32767;
+  bool nifti2 = std::max({size.x, size.y, size.z, size.t, size.c}) > 32767;
   const std::int64_t dims[8] = {size.c > 1 ? 5 : size.t > 1 ? 4 : 3, size.x, size.y, size.z, size.t, size.c, 1, 1};
   Nim nim(nifti_make_new_nim(dims, datatype, 0));
   if (!nim) return resourceExhaustedError("not enough memory to write it");
@@ -365,6 +366,14 @@ Status writeNiftiFile(Dataset* dataset, const std::string& path, bool compressed
   const ModalityLUT& lut = data->getModalityLUT();
   nim->scl_slope = lut.isValid() ? lut.getSlope() : 0.0;
   nim->scl_inter = lut.isValid() ? lut.getIntercept() : 0.0;
+  // NIfTI-1 stores geometry and scaling in 32-bit floats; beyond their range NIfTI-2's doubles.
+  const auto fitsFloat = [](double value) { return std::abs(value) <= std::numeric_limits<float>::max(); };
+  bool geometryFitsFloat = fitsFloat(nim->qoffset_x) && fitsFloat(nim->qoffset_y) && fitsFloat(nim->qoffset_z) &&
+                           fitsFloat(nim->dx) && fitsFloat(nim->dy) && fitsFloat(nim->dz) && fitsFloat(nim->dt) &&
+                           fitsFloat(nim->toffset) && fitsFloat(nim->scl_slope) && fitsFloat(nim->scl_inter);
+  for (int row = 0; row < 3; ++row)
+    for (int column = 0; column < 4; ++column) geometryFitsFloat = geometryFitsFloat && fitsFloat(ras.m[row][column]);
+  if (!geometryFitsFloat) nifti2 = true;
   nim->nifti_type = nifti2 ? NIFTI_FTYPE_NIFTI2_1 : NIFTI_FTYPE_NIFTI1_1;
   const int headerSize = nifti2 ? 540 : 348;
   nim->iname_offset = headerSize + 4;

@@ -2,12 +2,15 @@
 
 #include <teem/biff.h>
 #include <teem/nrrd.h>
+#include <zlib.h>
 
 #include <array>
 #include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -146,6 +149,75 @@ Result<DatasetWorldEmbedding> embeddingOf(const Nrrd& nrrd, const AxisRoles& rol
                                WorldCoordinates(spacing[0], spacing[1], spacing[2], spacing[3]), orientation);
 }
 
+// Bytes of gzip data (members one after another, as gzread reads them) from in onwards; a corrupt
+// or cut stream is refused. teem's gzip reader leaks its stream when the data is bad, so the data
+// is checked first, with a small buffer.
+Result<std::int64_t> gzipDataBytes(std::istream& in) {
+  z_stream stream{};
+  if (inflateInit2(&stream, 15 + 32) != Z_OK) return resourceExhaustedError("not enough memory to read it");
+  std::vector<unsigned char> input(1 << 16), output(1 << 16);
+  std::int64_t total = 0;
+  int result = Z_OK;
+  bool members = false;
+  while (true) {
+    if (stream.avail_in == 0) {
+      in.read(reinterpret_cast<char*>(input.data()), static_cast<std::streamsize>(input.size()));
+      stream.next_in = input.data();
+      stream.avail_in = static_cast<uInt>(in.gcount());
+      if (stream.avail_in == 0) break;
+    }
+    stream.next_out = output.data();
+    stream.avail_out = static_cast<uInt>(output.size());
+    result = inflate(&stream, Z_NO_FLUSH);
+    total += static_cast<std::int64_t>(output.size() - stream.avail_out);
+    if (result == Z_STREAM_END) {
+      members = true;
+      if (inflateReset(&stream) != Z_OK) break;
+      continue;
+    }
+    if (result != Z_OK) break;
+  }
+  const std::string reason = stream.msg != nullptr ? stream.msg : "";
+  inflateEnd(&stream);
+  if (result == Z_STREAM_END || (members && result == Z_OK && stream.total_in == 0)) return total;
+  if (result == Z_OK || result == Z_BUF_ERROR) return corruptError("the gzip data ends early");
+  return corruptError("the gzip data is corrupt" + (reason.empty() ? std::string() : " (zlib: " + reason + ")"));
+}
+
+// For gzip-encoded data: the data file (the NRRD file itself when attached) holds a whole gzip
+// stream of at least the bytes the header asks for.
+Status checkGzipData(const std::string& path, const NrrdIoState& io, std::int64_t dataBytes) {
+  if (io.encoding != nrrdEncodingGzip) return okStatus();
+  const unsigned int files = io.dataFNArr != nullptr ? io.dataFNArr->len : 0;
+  if (files > 1) return unsupportedError("gzip data in several data files");
+  std::string dataPath = path;
+  if (files == 1) {
+    dataPath = io.dataFN[0] != nullptr ? io.dataFN[0] : "";
+    if (dataPath == "LIST" || dataPath.empty()) return unsupportedError("gzip data in several data files");
+    std::filesystem::path relative(dataPath);
+    if (relative.is_relative()) dataPath = (std::filesystem::path(path).parent_path() / relative).string();
+  }
+  std::ifstream in(dataPath, std::ios::binary);
+  if (!in) return openForReadingFailure(dataPath);
+  if (files == 0) {
+    // Attached data starts after the header's first empty line.
+    std::string line;
+    bool header = true;
+    while (header && std::getline(in, line)) header = !(line.empty() || line == "\r");
+    if (header) return corruptError("the data ends before it starts");
+  }
+  for (unsigned int skip = 0; skip < io.lineSkip; ++skip) {
+    std::string line;
+    if (!std::getline(in, line)) return corruptError("the data ends before it starts");
+  }
+  Result<std::int64_t> bytes = gzipDataBytes(in);
+  if (!bytes.ok()) return bytes.status();
+  const std::int64_t needed = dataBytes + (io.byteSkip > 0 ? io.byteSkip : 0);
+  if (*bytes < needed)
+    return corruptError("the gzip data holds " + std::to_string(*bytes) + " bytes, the header asks for " + std::to_string(needed));
+  return okStatus();
+}
+
 }  // namespace
 
 Result<DatasetHandle> readNrrdFile(const std::string& path) {
@@ -171,6 +243,9 @@ Result<DatasetHandle> readNrrdFile(const std::string& path) {
     if (elements > INT_MAX) return unsupportedError("too large: 2^31 elements or more");
   }
   if (Status cap = checkAllocation(elements, type); !cap.ok()) return cap;
+  if (Status gzip = checkGzipData(path, *headerOnly, elements * static_cast<std::int64_t>(nrrdTypeSize[header->type]));
+      !gzip.ok())
+    return gzip;
   Result<DatasetWorldEmbedding> embedding = embeddingOf(*header, *roles);
   if (!embedding.ok()) return embedding.status();
   int extents[5] = {1, 1, 1, 1, 1};

@@ -39,7 +39,7 @@ private:
 class SlabsInFileTerms : public engine::SlabConsumer {
 public:
   SlabsInFileTerms(TARVElementType type, int timeStep, bool clamp)
-      : elementType(type), timeStep(timeStep), clamp(clamp) {}
+      : elementType(type), clamp(clamp), timeStep(timeStep) {}
 
   bool consumeSlab(Dataset& dataset, const DatasetBoundingBox& slab) override {
     DatasetBoundingBox fileSlab = slab;

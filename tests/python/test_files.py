@@ -1,6 +1,8 @@
 """Files through the package: the registry's formats both ways, geometry against nibabel, lazy
 reading, refusals that say what, and writes that replace a file only by a complete one."""
+import gzip
 import os
+import time
 
 import nibabel as nib
 import numpy as np
@@ -181,3 +183,54 @@ def test_dicom_series_read_file_by_file_equal_the_whole_read(tmp_path):
     assert np.array_equal(lazy.to_array(np.s_[3:4]), volume[3:4])
     assert np.array_equal(np.asarray(lazy), volume)
     assert np.array_equal(np.asarray(whole), volume)
+
+    # A slice file rewritten in place under a lazy dataset: an error, not the new pixels.
+    lazy = tarv.open(folder)
+    assert np.array_equal(lazy.to_array(np.s_[0:1]), volume[0:1])
+    time.sleep(0.03)  # file times are as fine as the kernel's clock tick
+    with open(folder / "s2.dcm", "r+b") as f:
+        f.seek(-volume[2].nbytes, os.SEEK_END)
+        f.write((volume[2] + 7).tobytes())
+    with pytest.raises(OSError, match="changed on disk since it was opened"):
+        lazy.to_array(np.s_[2:3])
+
+    # A malformed DICOM file in the folder is refused by name before GDCM reads it.
+    (folder / "s2.dcm").write_bytes(b"\0" * 128 + b"DICM" + b"\x02\x00\x10\x00UI\x14\x001.2.840.10008.1.2.1\0"
+                                    + b"\x08\x00\x3e\x10LO\x10\xe0oblique")
+    with pytest.raises(ValueError, match=r"s2.dcm: element \(0008,103e\) of 57360 bytes runs past the end of the file"):
+        tarv.open(folder)
+
+
+def test_nifti_geometry_beyond_32_bit_floats_is_written_as_nifti2(tmp_path):
+    volume = ct_like((3, 4, 5))
+    d = tarv.Dataset.from_array(volume, spacing=(0.5, 0.5, 1.0), origin=(1e300, -2e200, 3.0))
+    tarv.write(d, tmp_path / "far.nii")
+    image = nib.load(tmp_path / "far.nii")
+    assert isinstance(image, nib.Nifti2Image)
+    assert np.allclose(image.affine[:3, 3], (-1e300, 2e200, 3.0))
+    back = tarv.open(tmp_path / "far.nii")
+    assert np.allclose(back.origin[:3], (1e300, -2e200, 3.0))
+    assert np.array_equal(np.asarray(back), volume)
+
+
+def _gzip_nrrd(path, data, compressed):
+    header = b"NRRD0004\ntype: short\ndimension: 3\nsizes: 5 4 3\nendian: little\nencoding: gzip\n\n"
+    path.write_bytes(header + compressed)
+
+
+def test_nrrd_gzip_data_is_checked_before_it_is_read(tmp_path):
+    volume = ct_like((3, 4, 5))
+    good = gzip.compress(volume.tobytes())
+    _gzip_nrrd(tmp_path / "good.nrrd", volume, good)
+    assert np.array_equal(np.asarray(tarv.open(tmp_path / "good.nrrd")), volume)
+    bad_check = bytearray(good)
+    bad_check[-6] ^= 0xFF  # the CRC
+    _gzip_nrrd(tmp_path / "crc.nrrd", volume, bytes(bad_check))
+    with pytest.raises(ValueError, match="the gzip data is corrupt"):
+        tarv.open(tmp_path / "crc.nrrd")
+    _gzip_nrrd(tmp_path / "cut.nrrd", volume, good[: len(good) // 2])
+    with pytest.raises(ValueError, match="the gzip data ends early"):
+        tarv.open(tmp_path / "cut.nrrd")
+    _gzip_nrrd(tmp_path / "short.nrrd", volume, gzip.compress(volume.tobytes()[:100]))
+    with pytest.raises(ValueError, match="the gzip data holds 100 bytes, the header asks for 120"):
+        tarv.open(tmp_path / "short.nrrd")

@@ -1,0 +1,269 @@
+#include "formats/DicomStructure.h"
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+
+#include "formats/FileStatus.h"
+
+namespace tarv::formats {
+
+namespace {
+
+constexpr std::uint32_t kUndefinedLength = 0xffffffffu;
+constexpr int kDeepestNesting = 32;
+constexpr std::uint16_t kItemGroup = 0xfffe;
+constexpr std::uint16_t kItem = 0xe000;
+constexpr std::uint16_t kItemDelimiter = 0xe00d;
+constexpr std::uint16_t kSequenceDelimiter = 0xe0dd;
+
+struct Syntax {
+  bool explicitVr = true;
+  bool bigEndian = false;
+};
+
+// Value representations whose explicit form has two reserved bytes and a 32-bit length.
+bool hasLongLength(const char vr[2]) {
+  static constexpr const char* longForms[] = {"OB", "OD", "OF", "OL", "OV", "OW", "SQ", "SV", "UC", "UN", "UR", "UT", "UV"};
+  for (const char* form : longForms)
+    if (vr[0] == form[0] && vr[1] == form[1]) return true;
+  return false;
+}
+
+bool isKnownVr(const char vr[2]) {
+  static constexpr const char* forms[] = {"AE", "AS", "AT", "CS", "DA", "DS", "DT", "FD", "FL", "IS", "LO",
+                                          "LT", "OB", "OD", "OF", "OL", "OV", "OW", "PN", "SH", "SL", "SQ",
+                                          "SS", "ST", "SV", "TM", "UC", "UI", "UL", "UN", "UR", "US", "UT", "UV"};
+  for (const char* form : forms)
+    if (vr[0] == form[0] && vr[1] == form[1]) return true;
+  return false;
+}
+
+std::string tagText(std::uint16_t group, std::uint16_t element) {
+  char text[16];
+  std::snprintf(text, sizeof text, "(%04x,%04x)", group, element);
+  return text;
+}
+
+// One element's header: its tag, value representation (explicit syntaxes) and value length.
+struct ElementHeader {
+  std::uint16_t group = 0;
+  std::uint16_t element = 0;
+  char vr[2] = {0, 0};
+  std::uint32_t length = 0;
+  int headerBytes = 0;
+};
+
+class Walker {
+public:
+  Walker(std::ifstream& in, std::int64_t size) : in(in), size(size) {}
+
+  std::int64_t fileSize() const { return size; }
+
+  bool readAt(std::int64_t offset, void* target, std::size_t bytes) {
+    if (offset < 0 || offset + static_cast<std::int64_t>(bytes) > size) return false;
+    in.clear();
+    in.seekg(offset);
+    return static_cast<bool>(in.read(static_cast<char*>(target), static_cast<std::streamsize>(bytes)));
+  }
+
+  std::uint16_t u16(const unsigned char* p, bool bigEndian) const {
+    return bigEndian ? static_cast<std::uint16_t>(p[0] << 8 | p[1]) : static_cast<std::uint16_t>(p[1] << 8 | p[0]);
+  }
+  std::uint32_t u32(const unsigned char* p, bool bigEndian) const {
+    return bigEndian ? (std::uint32_t{p[0]} << 24 | std::uint32_t{p[1]} << 16 | std::uint32_t{p[2]} << 8 | p[3])
+                     : (std::uint32_t{p[3]} << 24 | std::uint32_t{p[2]} << 16 | std::uint32_t{p[1]} << 8 | p[0]);
+  }
+
+  // The header of the element at offset, which must end by end.
+  Result<ElementHeader> header(std::int64_t offset, std::int64_t end, Syntax syntax) {
+    unsigned char bytes[12];
+    if (offset + 8 > end || !readAt(offset, bytes, 8)) return corruptError("an element header runs past the end of " + enclosure(end));
+    ElementHeader h;
+    h.group = u16(bytes, syntax.bigEndian);
+    h.element = u16(bytes + 2, syntax.bigEndian);
+    if (h.group == kItemGroup || !syntax.explicitVr) {
+      h.length = u32(bytes + 4, syntax.bigEndian);
+      h.headerBytes = 8;
+      return h;
+    }
+    h.vr[0] = static_cast<char>(bytes[4]);
+    h.vr[1] = static_cast<char>(bytes[5]);
+    if (!isKnownVr(h.vr))
+      return corruptError("element " + tagText(h.group, h.element) + " has an unknown value representation");
+    if (hasLongLength(h.vr)) {
+      if (offset + 12 > end || !readAt(offset + 8, bytes + 8, 4))
+        return corruptError("an element header runs past the end of " + enclosure(end));
+      h.length = u32(bytes + 8, syntax.bigEndian);
+      h.headerBytes = 12;
+    } else {
+      h.length = u16(bytes + 6, syntax.bigEndian);
+      h.headerBytes = 8;
+    }
+    return h;
+  }
+
+  std::string enclosure(std::int64_t end) const { return end == size ? "the file" : "its item or sequence"; }
+
+  // Elements from offset up to end, or (delimited) up to an item delimiter; the offset after them.
+  Result<std::int64_t> dataSet(std::int64_t offset, std::int64_t end, Syntax syntax, int depth, bool delimited) {
+    while (offset < end) {
+      Result<ElementHeader> h = header(offset, end, syntax);
+      if (!h.ok()) return h.status();
+      const std::int64_t value = offset + h->headerBytes;
+      if (h->group == kItemGroup) {
+        if (delimited && h->element == kItemDelimiter) return value;
+        return corruptError(tagText(h->group, h->element) + " outside a sequence");
+      }
+      Result<std::int64_t> next = element(*h, value, end, syntax, depth);
+      if (!next.ok()) return next.status();
+      offset = *next;
+    }
+    if (delimited) return corruptError("an item without its delimiter");
+    return offset;
+  }
+
+  // The value of an element whose header ends at value; the offset after it.
+  Result<std::int64_t> element(const ElementHeader& h, std::int64_t value, std::int64_t end, Syntax syntax, int depth) {
+    const bool sequence = h.vr[0] == 'S' && h.vr[1] == 'Q';
+    const bool unknown = !syntax.explicitVr || (h.vr[0] == 'U' && h.vr[1] == 'N');
+    // Unknown representations of undefined length are sequences in implicit little endian.
+    const Syntax inner = sequence ? syntax : unknown ? Syntax{false, false} : syntax;
+    if (h.length == kUndefinedLength) {
+      if (h.group == 0x7fe0 && h.element == 0x0010) return fragments(value, end, syntax);
+      if (sequence || unknown) return items(value, end, inner, depth + 1, true);
+      return corruptError("element " + tagText(h.group, h.element) + " has an undefined length");
+    }
+    const std::int64_t after = value + h.length;
+    if (after > end)
+      return corruptError("element " + tagText(h.group, h.element) + " of " + std::to_string(h.length) +
+                          " bytes runs past the end of " + enclosure(end));
+    if (sequence || (unknown && startsWithItem(value, after, inner))) {
+      Result<std::int64_t> inside = items(value, after, inner, depth + 1, false);
+      if (!inside.ok()) return inside.status();
+    }
+    return after;
+  }
+
+  bool startsWithItem(std::int64_t value, std::int64_t end, Syntax syntax) {
+    unsigned char bytes[4];
+    return value + 8 <= end && readAt(value, bytes, 4) && u16(bytes, syntax.bigEndian) == kItemGroup &&
+           u16(bytes + 2, syntax.bigEndian) == kItem;
+  }
+
+  // The items of a sequence from offset up to end, or (delimited) up to its delimiter.
+  Result<std::int64_t> items(std::int64_t offset, std::int64_t end, Syntax syntax, int depth, bool delimited) {
+    if (depth > kDeepestNesting) return unsupportedError("sequences nested more than 32 deep");
+    while (offset < end) {
+      unsigned char bytes[8];
+      if (offset + 8 > end || !readAt(offset, bytes, 8))
+        return corruptError("an item header runs past the end of " + enclosure(end));
+      const std::uint16_t group = u16(bytes, syntax.bigEndian);
+      const std::uint16_t element = u16(bytes + 2, syntax.bigEndian);
+      const std::uint32_t length = u32(bytes + 4, syntax.bigEndian);
+      offset += 8;
+      if (group == kItemGroup && element == kSequenceDelimiter && delimited) return offset;
+      if (group != kItemGroup || element != kItem)
+        return corruptError(tagText(group, element) + " where a sequence item was expected");
+      Result<std::int64_t> next = length == kUndefinedLength
+                                      ? dataSet(offset, end, syntax, depth, true)
+                                      : offset + static_cast<std::int64_t>(length) > end
+                                            ? Result<std::int64_t>(corruptError("an item of " + std::to_string(length) +
+                                                                                " bytes runs past the end of " + enclosure(end)))
+                                            : dataSet(offset, offset + length, syntax, depth, false);
+      if (!next.ok()) return next.status();
+      offset = *next;
+    }
+    if (delimited) return corruptError("a sequence without its delimiter");
+    return offset;
+  }
+
+  // Encapsulated pixel data: items of defined length up to the sequence delimiter.
+  Result<std::int64_t> fragments(std::int64_t offset, std::int64_t end, Syntax syntax) {
+    while (true) {
+      unsigned char bytes[8];
+      if (offset + 8 > end || !readAt(offset, bytes, 8)) return corruptError("encapsulated pixel data without its delimiter");
+      const std::uint16_t group = u16(bytes, syntax.bigEndian);
+      const std::uint16_t element = u16(bytes + 2, syntax.bigEndian);
+      const std::uint32_t length = u32(bytes + 4, syntax.bigEndian);
+      offset += 8;
+      if (group == kItemGroup && element == kSequenceDelimiter) return offset;
+      if (group != kItemGroup || element != kItem || length == kUndefinedLength)
+        return corruptError(tagText(group, element) + " where a pixel data fragment was expected");
+      if (offset + static_cast<std::int64_t>(length) > end)
+        return corruptError("a pixel data fragment of " + std::to_string(length) + " bytes runs past the end of the file");
+      offset += length;
+    }
+  }
+
+  // The file meta group (group 0002, explicit little endian) from offset; its transfer syntax.
+  Result<std::int64_t> metaGroup(std::int64_t offset, Syntax syntax, std::string& transferSyntax) {
+    while (offset + 8 <= size) {
+      unsigned char bytes[2];
+      if (!readAt(offset, bytes, 2) || u16(bytes, syntax.bigEndian) != 0x0002) break;
+      Result<ElementHeader> h = header(offset, size, syntax);
+      if (!h.ok()) return h.status();
+      const std::int64_t value = offset + h->headerBytes;
+      if (h->length == kUndefinedLength || value + h->length > size)
+        return corruptError("file meta element " + tagText(h->group, h->element) + " runs past the end of the file");
+      if (h->element == 0x0010 && h->length <= 64) {
+        std::array<char, 65> text{};
+        if (!readAt(value, text.data(), h->length)) return corruptError("the transfer syntax cannot be read");
+        transferSyntax.assign(text.data(), std::strlen(text.data()));
+        while (!transferSyntax.empty() && transferSyntax.back() == ' ') transferSyntax.pop_back();
+      }
+      offset = value + h->length;
+    }
+    return offset;
+  }
+
+private:
+  std::ifstream& in;
+  std::int64_t size;
+};
+
+Result<Syntax> syntaxOf(const std::string& transferSyntax, Syntax assumed) {
+  if (transferSyntax.empty()) return assumed;
+  if (transferSyntax == "1.2.840.10008.1.2") return Syntax{false, false};
+  if (transferSyntax == "1.2.840.10008.1.2.2") return Syntax{true, true};
+  if (transferSyntax == "1.2.840.10008.1.2.1.99") return unsupportedError("deflated DICOM files");
+  return Syntax{true, false};
+}
+
+}  // namespace
+
+Result<DicomStructure> checkDicomStructure(const std::string& path) {
+  if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return openForReadingFailure(path);
+  in.seekg(0, std::ios::end);
+  const std::int64_t size = static_cast<std::int64_t>(in.tellg());
+  if (size < 0) return ioError("cannot read " + path);
+  Walker walker(in, size);
+
+  char prefix[132] = {};
+  const bool preamble = walker.readAt(0, prefix, sizeof prefix) && std::memcmp(prefix + 128, "DICM", 4) == 0;
+  std::int64_t offset = preamble ? 132 : 0;
+  // Without a preamble the first element tells explicit from implicit value representations.
+  Syntax assumed{true, false};
+  if (!preamble) {
+    unsigned char first[8];
+    if (!walker.readAt(0, first, sizeof first)) return DicomStructure::notDicom;
+    const std::uint16_t group = walker.u16(first, false);
+    if (group != 0x0002 && group != 0x0008) return DicomStructure::notDicom;
+    const char vr[2] = {static_cast<char>(first[4]), static_cast<char>(first[5])};
+    assumed.explicitVr = isKnownVr(vr);
+  }
+  std::string transferSyntax;
+  Result<std::int64_t> meta = walker.metaGroup(offset, preamble ? Syntax{true, false} : assumed, transferSyntax);
+  if (!meta.ok()) return preamble ? Result<DicomStructure>(meta.status()) : DicomStructure::notDicom;
+  Result<Syntax> syntax = syntaxOf(transferSyntax, assumed);
+  if (!syntax.ok()) return syntax.status();
+  Result<std::int64_t> end = walker.dataSet(*meta, size, *syntax, 0, false);
+  if (!end.ok()) return preamble ? Result<DicomStructure>(end.status()) : DicomStructure::notDicom;
+  return DicomStructure::wellFormed;
+}
+
+}  // namespace tarv::formats

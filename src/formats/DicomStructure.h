@@ -1,0 +1,28 @@
+#ifndef TARV_FORMATS_DICOMSTRUCTURE_H
+#define TARV_FORMATS_DICOMSTRUCTURE_H
+
+#include <string>
+
+#include "status/Status.h"
+
+namespace tarv::formats {
+
+// The data elements of a DICOM file walked without reading their values: the preamble and "DICM"
+// prefix (or none), the file meta group, then the data set in its transfer syntax, into sequences,
+// items and encapsulated pixel fragments. GDCM allocates what a value length claims before it
+// reads the value, and aborts on some malformed files, so files are checked here first.
+enum class DicomStructure {
+  wellFormed,
+  // No preamble and no data set that parses from the first byte: some other file.
+  notDicom,
+};
+
+// wellFormed, notDicom, or why a DICOM file is malformed: a value, item or fragment that runs
+// past what encloses it (the file, its item or its sequence), a sequence or item without its
+// delimiter, an unknown value representation, sequences nested more than 32 deep, or a deflated
+// transfer syntax (its elements cannot be walked without inflating them).
+Result<DicomStructure> checkDicomStructure(const std::string& path);
+
+}  // namespace tarv::formats
+
+#endif

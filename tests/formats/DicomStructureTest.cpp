@@ -1,0 +1,126 @@
+// The walk over a DICOM file's elements that guards GDCM from malformed files.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "TestSupport.h"
+#include "formats/DicomSeries.h"
+#include "formats/DicomStructure.h"
+
+namespace tarv {
+namespace {
+
+using formats::checkDicomStructure;
+using formats::DicomStructure;
+using testing::TemporaryDirectory;
+using testing::writeBytes;
+
+std::string u16(std::uint16_t v) { return std::string{static_cast<char>(v & 0xff), static_cast<char>(v >> 8)}; }
+std::string u32(std::uint32_t v) { return u16(static_cast<std::uint16_t>(v & 0xffff)) + u16(static_cast<std::uint16_t>(v >> 16)); }
+std::string tag(std::uint16_t group, std::uint16_t element) { return u16(group) + u16(element); }
+
+// An explicit little endian element; long forms for OB, OW, SQ, UN, UT.
+std::string element(std::uint16_t group, std::uint16_t number, const std::string& vr, const std::string& value,
+                    std::uint32_t length = 0xfffffffe) {
+  const std::uint32_t n = length == 0xfffffffe ? static_cast<std::uint32_t>(value.size()) : length;
+  const bool longForm = vr == "OB" || vr == "OW" || vr == "SQ" || vr == "UN" || vr == "UT";
+  return tag(group, number) + vr + (longForm ? std::string(2, '\0') + u32(n) : u16(static_cast<std::uint16_t>(n))) + value;
+}
+std::string item(const std::string& content, std::uint32_t length) { return tag(0xfffe, 0xe000) + u32(length) + content; }
+const std::string itemEnd = tag(0xfffe, 0xe00d) + u32(0);
+const std::string sequenceEnd = tag(0xfffe, 0xe0dd) + u32(0);
+
+std::string fileWith(const std::string& dataSet, const std::string& transferSyntax = "1.2.840.10008.1.2.1") {
+  std::string syntax = transferSyntax;
+  if (syntax.size() % 2) syntax += '\0';
+  return std::string(128, '\0') + "DICM" + element(0x0002, 0x0010, "UI", syntax) + dataSet;
+}
+
+// A data set with a sequence of undefined length holding an item of undefined length, one of
+// defined length holding an item of defined length, and encapsulated pixel data.
+std::string wellFormedDataSet() {
+  const std::string uid = element(0x0008, 0x1150, "UI", std::string("1.2\0", 4));
+  const std::string undefinedSequence =
+      tag(0x0008, 0x1140) + "SQ" + std::string(2, '\0') + u32(0xffffffff) + item(uid + itemEnd, 0xffffffff) + sequenceEnd;
+  const std::string definedItem = item(uid, static_cast<std::uint32_t>(uid.size()));
+  const std::string definedSequence = element(0x0008, 0x1115, "SQ", definedItem);
+  const std::string pixels = tag(0x7fe0, 0x0010) + "OB" + std::string(2, '\0') + u32(0xffffffff) + item("", 0) +
+                             item("abcd", 4) + sequenceEnd;
+  return element(0x0008, 0x0060, "CS", "CT") + undefinedSequence + definedSequence + pixels;
+}
+
+Result<DicomStructure> check(const TemporaryDirectory& dir, const std::string& bytes) {
+  const std::string path = dir.file("f.dcm");
+  writeBytes(path, bytes);
+  return checkDicomStructure(path);
+}
+
+std::string reason(const Result<DicomStructure>& result) { return result.ok() ? "accepted" : result.status().message(); }
+
+TEST(DicomStructure, WellFormedFilesAndOtherFiles) {
+  TemporaryDirectory dir;
+  EXPECT_EQ(check(dir, fileWith(wellFormedDataSet())).value(), DicomStructure::wellFormed);
+  // Implicit little endian, and no preamble at all.
+  const std::string implicitElement = tag(0x0008, 0x0060) + u32(2) + "CT";
+  EXPECT_EQ(check(dir, fileWith(implicitElement, "1.2.840.10008.1.2")).value(), DicomStructure::wellFormed);
+  EXPECT_EQ(check(dir, implicitElement + tag(0x0010, 0x0010) + u32(4) + "A^B ").value(), DicomStructure::wellFormed);
+  EXPECT_EQ(check(dir, "hello, this is a text file\n").value(), DicomStructure::notDicom);
+  EXPECT_EQ(check(dir, "").value(), DicomStructure::notDicom);
+}
+
+TEST(DicomStructure, LengthsPastTheirEnclosureAreRefusedAtOnce) {
+  TemporaryDirectory dir;
+  const auto started = std::chrono::steady_clock::now();
+  // A value of 4 GB in a file of 200 bytes: GDCM would allocate it.
+  const Result<DicomStructure> huge = check(dir, fileWith(element(0x0009, 0x0010, "OB", "", 0xffffff00)));
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(50));
+  EXPECT_EQ(reason(huge), "element (0009,0010) of 4294967040 bytes runs past the end of the file");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0008, 0x103e, "LO", "ab", 0xe010)))),
+            "element (0008,103e) of 57360 bytes runs past the end of the file");
+  // An element longer than the item that holds it.
+  const std::string inner = element(0x0008, 0x1150, "UI", "1.2\0", 40);
+  const std::string sequence = element(0x0008, 0x1115, "SQ", item(inner, static_cast<std::uint32_t>(inner.size())));
+  EXPECT_EQ(reason(check(dir, fileWith(sequence + element(0x0010, 0x0010, "PN", "A^B ")))),
+            "element (0008,1150) of 40 bytes runs past the end of its item or sequence");
+  const std::string fragment = tag(0x7fe0, 0x0010) + "OB" + std::string(2, '\0') + u32(0xffffffff) + item("ab", 9000) + sequenceEnd;
+  EXPECT_EQ(reason(check(dir, fileWith(fragment))), "a pixel data fragment of 9000 bytes runs past the end of the file");
+}
+
+TEST(DicomStructure, EnclosuresWithoutTheirEndAreRefused) {
+  TemporaryDirectory dir;
+  const std::string open = tag(0x0008, 0x1140) + "SQ" + std::string(2, '\0') + u32(0xffffffff);
+  EXPECT_EQ(reason(check(dir, fileWith(open + item(element(0x0008, 0x0060, "CS", "CT") + itemEnd, 0xffffffff)))),
+            "a sequence without its delimiter");
+  EXPECT_EQ(reason(check(dir, fileWith(open + item(element(0x0008, 0x0060, "CS", "CT"), 0xffffffff)))),
+            "an item without its delimiter");
+  EXPECT_EQ(reason(check(dir, fileWith(tag(0x7fe0, 0x0010) + "OB" + std::string(2, '\0') + u32(0xffffffff) + item("", 0)))),
+            "encapsulated pixel data without its delimiter");
+  EXPECT_EQ(reason(check(dir, fileWith(itemEnd))), "(fffe,e00d) outside a sequence");
+}
+
+TEST(DicomStructure, UnknownRepresentationsDeepNestingAndDeflatedFilesAreRefused) {
+  TemporaryDirectory dir;
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0004, "Z9", "MONOCHROME2 ")))),
+            "element (0028,0004) has an unknown value representation");
+  std::string nested = element(0x0008, 0x0060, "CS", "CT");
+  for (int depth = 0; depth < 40; ++depth)
+    nested = tag(0x0008, 0x1140) + "SQ" + std::string(2, '\0') + u32(0xffffffff) + item(nested + itemEnd, 0xffffffff) + sequenceEnd;
+  EXPECT_EQ(reason(check(dir, fileWith(nested))), "sequences nested more than 32 deep");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0008, 0x0060, "CS", "CT"), "1.2.840.10008.1.2.1.99"))), "deflated DICOM files");
+}
+
+// The series reader refuses a malformed file with the walk's reason, naming the element.
+TEST(DicomStructure, TheSeriesReaderRefusesMalformedFilesBeforeGdcmReadsThem) {
+  TemporaryDirectory dir;
+  const std::string path = dir.file("bad.dcm");
+  writeBytes(path, fileWith(element(0x0009, 0x0010, "OB", "", 0xffffff00)));
+  Result<DatasetHandle> read = formats::readDicomSeries(path, "");
+  ASSERT_FALSE(read.ok());
+  EXPECT_NE(read.status().message().find("element (0009,0010) of 4294967040 bytes runs past the end of the file"), std::string::npos)
+      << read.status().message();
+}
+
+}  // namespace
+}  // namespace tarv
