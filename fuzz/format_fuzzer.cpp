@@ -4,11 +4,14 @@
 // and read back, and must come back equal.
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <unistd.h>
 
 #include "FuzzSupport.h"
+#include "formats/AllocationCap.h"
 #include "formats/DicomSeries.h"
 #include "formats/FormatRegistry.h"
 #include "formats/MetaImageFormat.h"
@@ -77,10 +80,48 @@ void roundTrip(Dataset& read) {
   }
 }
 
+// The formats read block by block: the lazy read must give exactly what the whole read gave (or
+// refuse, and then with a reason).
+void compareLazyRead(const std::string& path, Dataset& whole) {
+  std::optional<formats::FileFormat> format;
+  switch (TARV_FUZZ_READER) {
+    case tiffStack: format = formats::FileFormat::tiffStack; break;
+    case dicom: format = formats::FileFormat::dicom; break;
+    case probe: format = formats::probeFileFormat(path); break;
+    default: return;
+  }
+  if (!format || !formats::describeFormat(*format).readsLazily) return;
+  formats::ReadRequest request;
+  request.format = *format;
+  request.lazy = true;
+  Result<formats::OpenedFile> opened = formats::readDatasetFile(path, request);
+  if (!opened.ok()) {
+    if (opened.status().message().empty()) fuzz::fail("a lazy refusal without a reason");
+    return;
+  }
+  Dataset* lazy = GetRawPtr(opened->handle);
+  if (lazy->getSize() != whole.getSize() || lazy->getElementType() != whole.getElementType())
+    fuzz::fail("the lazy read has another shape or element type than the whole read");
+  for (auto it = whole.getStartCoordinatesIterator(); it.valid; whole.incrementCoordinatesIterator(it)) {
+    const double a = whole.getElement<double>(it);
+    // By coordinates: an iterator's linear index belongs to the dataset it walks.
+    const double b = lazy->getElement<double>(static_cast<const DatasetCoordinates&>(it));
+    if (!formats::blockReadStatus(lazy).ok()) return;
+    if (a != b && !(a != a && b != b)) {
+      std::fprintf(stderr, "element (%d, %d, %d, %d, %d): whole read %.17g, lazy read %.17g\n", it.x, it.y, it.z, it.t,
+                   it.c, a, b);
+      fuzz::fail("the lazy read gave another element than the whole read");
+    }
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   fuzz::quietLibraryOutput();
+  // Inputs are at most 64 KiB: volumes past 256 MB are a header's claim (or a compression ratio no
+  // real file has), refused by the cap as volumes past the machine's memory are.
+  formats::setAllocationCap(std::size_t{256} << 20);
   return 0;
 }
 
@@ -100,6 +141,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (auto it = dataset->getStartCoordinatesIterator(); it.valid; dataset->incrementCoordinatesIterator(it))
     sum += dataset->getElement<double>(it);
   (void)sum;
+  compareLazyRead(file.path(), *dataset);
   roundTrip(*dataset);
   return 0;
 }

@@ -41,6 +41,18 @@ bool isKnownVr(const char vr[2]) {
   return false;
 }
 
+// Elements of the image pixel module that GDCM reads as binary values of a fixed size, asserting
+// (and so aborting) on any other size or value representation.
+struct FixedSizeElement {
+  std::uint16_t group;
+  std::uint16_t element;
+  std::uint32_t length;
+};
+constexpr FixedSizeElement kFixedSizeElements[] = {
+    {0x0028, 0x0002, 2}, {0x0028, 0x0006, 2}, {0x0028, 0x0010, 2}, {0x0028, 0x0011, 2}, {0x0028, 0x0100, 2},
+    {0x0028, 0x0101, 2}, {0x0028, 0x0102, 2}, {0x0028, 0x0103, 2}, {0x0028, 0x1101, 6}, {0x0028, 0x1102, 6},
+    {0x0028, 0x1103, 6}};
+
 std::string tagText(std::uint16_t group, std::uint16_t element) {
   char text[16];
   std::snprintf(text, sizeof text, "(%04x,%04x)", group, element);
@@ -135,6 +147,13 @@ public:
       if (h.group == 0x7fe0 && h.element == 0x0010) return fragments(value, end, syntax);
       if (sequence || unknown) return items(value, end, inner, depth + 1, true);
       return corruptError("element " + tagText(h.group, h.element) + " has an undefined length");
+    }
+    for (const FixedSizeElement& fixed : kFixedSizeElements) {
+      if (fixed.group != h.group || fixed.element != h.element) continue;
+      const bool binary = !syntax.explicitVr || (h.vr[0] == 'U' && h.vr[1] == 'S') || (h.vr[0] == 'S' && h.vr[1] == 'S');
+      if (!binary || h.length != fixed.length)
+        return corruptError("element " + tagText(h.group, h.element) + " is not a " + std::to_string(fixed.length) +
+                            "-byte US or SS value");
     }
     const std::int64_t after = value + h.length;
     if (after > end)

@@ -161,12 +161,50 @@ Status checkStoredData(const std::string& path, const vtkmetaio::MetaImage& head
   return okStatus();
 }
 
+// MetaIO copies a header key it does not know into a field name of 255 characters without looking
+// at its length: keys are checked here first, up to the ElementDataFile line (the data follows).
+Status checkHeaderKeys(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return openForReadingFailure(path);
+  constexpr std::size_t kLongestKey = 254;
+  std::string key;
+  bool inKey = true;
+  int line = 1;
+  const auto endOfKey = [&]() -> Status {
+    while (!key.empty() && (key.back() == ' ' || key.back() == '\t' || key.back() == '\r')) key.pop_back();
+    const std::size_t start = key.find_first_not_of(" \t");
+    if (start != std::string::npos && key.size() - start > kLongestKey)
+      return corruptError("header line " + std::to_string(line) + ": a key of more than " + std::to_string(kLongestKey) +
+                          " characters");
+    return okStatus();
+  };
+  for (int c = in.get(); c != std::char_traits<char>::eof(); c = in.get()) {
+    if (c == '\n') {
+      if (inKey) {
+        if (Status checked = endOfKey(); !checked.ok()) return checked;
+      }
+      key.clear();
+      inKey = true;
+      ++line;
+    } else if (inKey && (c == '=' || c == ':')) {
+      if (Status checked = endOfKey(); !checked.ok()) return checked;
+      const std::size_t start = key.find_first_not_of(" \t");
+      if (start != std::string::npos && key.compare(start, std::string::npos, "ElementDataFile") == 0) return okStatus();
+      inKey = false;
+    } else if (inKey && key.size() <= 2 * kLongestKey) {
+      key.push_back(static_cast<char>(c));
+    }
+  }
+  return inKey ? endOfKey() : okStatus();
+}
+
 }  // namespace
 
 bool metaImageHoldsElementType(TARVElementType type) { return metOfElementType(type) != MET_NONE; }
 
 Result<DatasetHandle> readMetaImageFile(const std::string& path) {
   if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
+  if (Status keys = checkHeaderKeys(path); !keys.ok()) return keys;
   vtkmetaio::MetaImage image;
   {
     QuietMetaIo quiet;

@@ -8,12 +8,14 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <type_traits>
 #include <vector>
 
+#include "dataset/DatasetMemory.h"
 #include "dataset/DatasetWorldEmbedding.h"
 #include "elementtypes/ElementTypeNames.h"
 #include "formats/ContiguousElements.h"
@@ -269,6 +271,7 @@ Result<DatasetHandle> readNiftiFile(const std::string& path) {
   // The voxels: after the header in a single file, else in the pair's image file.
   GzFile imageFile;
   gzFile voxels = file.get();
+  std::string voxelPath = path;
   if (nim->nifti_type == NIFTI_FTYPE_NIFTI1_2 || nim->nifti_type == NIFTI_FTYPE_NIFTI2_2 ||
       nim->nifti_type == NIFTI_FTYPE_ANALYZE) {
     const std::string image = imageFileOfPair(path);
@@ -277,12 +280,21 @@ Result<DatasetHandle> readNiftiFile(const std::string& path) {
     imageFile.reset(gzopen(image.c_str(), "rb"));
     if (!imageFile) return openForReadingFailure(image);
     voxels = imageFile.get();
+    voxelPath = image;
   }
   const std::int64_t offset = nim->iname_offset;
   if (offset < 0 || (!imageFile && offset < (version == 1 ? 348 : 540)))
     return corruptError("a voxel offset of " + std::to_string(offset) + " inside the header");
   if (gzseek(voxels, static_cast<z_off_t>(offset), SEEK_SET) != static_cast<z_off_t>(offset))
     return corruptError("the file ends before the voxel offset " + std::to_string(offset));
+  // An uncompressed file must hold the voxels its header claims before memory is taken for them.
+  const std::int64_t claimed = elements * static_cast<std::int64_t>(DatasetMemory::getElementTypeByteSize(type));
+  std::error_code sizeError;
+  const std::uintmax_t fileBytes = std::filesystem::file_size(voxelPath, sizeError);
+  if (gzdirect(voxels) && !sizeError && static_cast<std::int64_t>(fileBytes) - offset < claimed)
+    return corruptError("the voxels end after " +
+                        std::to_string(std::max<std::int64_t>(static_cast<std::int64_t>(fileBytes) - offset, 0)) + " of " +
+                        std::to_string(claimed) + " bytes (truncated)");
 
   auto* dataset = new Dataset(true);
   DatasetHandle handle(dataset);
@@ -366,8 +378,12 @@ Status writeNiftiFile(Dataset* dataset, const std::string& path, bool compressed
   const ModalityLUT& lut = data->getModalityLUT();
   nim->scl_slope = lut.isValid() ? lut.getSlope() : 0.0;
   nim->scl_inter = lut.isValid() ? lut.getIntercept() : 0.0;
-  // NIfTI-1 stores geometry and scaling in 32-bit floats; beyond their range NIfTI-2's doubles.
-  const auto fitsFloat = [](double value) { return std::abs(value) <= std::numeric_limits<float>::max(); };
+  // NIfTI-1 stores geometry and scaling in 32-bit floats; beyond their range (or so small that
+  // they would become 0) NIfTI-2's doubles.
+  const auto fitsFloat = [](double value) {
+    return value == 0.0 ||
+           (std::abs(value) >= std::numeric_limits<float>::min() && std::abs(value) <= std::numeric_limits<float>::max());
+  };
   bool geometryFitsFloat = fitsFloat(nim->qoffset_x) && fitsFloat(nim->qoffset_y) && fitsFloat(nim->qoffset_z) &&
                            fitsFloat(nim->dx) && fitsFloat(nim->dy) && fitsFloat(nim->dz) && fitsFloat(nim->dt) &&
                            fitsFloat(nim->toffset) && fitsFloat(nim->scl_slope) && fitsFloat(nim->scl_inter);

@@ -222,6 +222,16 @@ Status checkGzipData(const std::string& path, const NrrdIoState& io, std::int64_
 
 Result<DatasetHandle> readNrrdFile(const std::string& path) {
   if (Status readable = checkReadableFile(path); !readable.ok()) return readable;
+  // teem reads other formats too (plain text tables, PNM, VTK) and leaks on some bad ones: NRRD
+  // files only.
+  {
+    std::ifstream in(path, std::ios::binary);
+    char magic[10] = {};
+    in.read(magic, sizeof magic);
+    const bool line = in.gcount() >= 9 && (magic[8] == '\n' || (magic[8] == '\r' && in.gcount() == 10 && magic[9] == '\n'));
+    if (!line || std::memcmp(magic, "NRRD000", 7) != 0 || magic[7] < '1' || magic[7] > '9')
+      return corruptError("not a NRRD file (its first line is not NRRD000 and a version)");
+  }
   std::lock_guard lock(teemMutex());
   // The header first: sizes are checked before anything is allocated for the data.
   NrrdHandle header(nrrdNew());
