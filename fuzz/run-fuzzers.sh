@@ -74,7 +74,7 @@ reader_files() {
     tiff_stack_fuzzer) echo src/formats/TiffStackFormat.cpp ;;
     metaimage_fuzzer) echo src/formats/MetaImageFormat.cpp ;;
     nrrd_fuzzer) echo src/formats/NrrdFormat.cpp ;;
-    dicom_fuzzer) echo src/formats/DicomSeries.cpp ;;
+    dicom_fuzzer) echo src/formats/DicomSeries.cpp src/formats/DicomStructure.cpp ;;
     format_probe_fuzzer) echo src/formats/FormatRegistry.cpp ;;
   esac
 }

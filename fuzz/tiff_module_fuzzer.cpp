@@ -5,18 +5,22 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <tiffio.h>
+#include <unistd.h>
 
 #include "FuzzSupport.h"
 #include "dataset/FileReadDataset.h"
 #include "dataset/ImageDataset.h"
+#include "dataset/TiffDatasetFileWrite.h"
 #include "dataset/TiffFileHeader.h"
 #include "dataset/TiffFileReadModule.h"
+#include "formats/FileStatus.h"
 
 using namespace tarv;
 
@@ -91,6 +95,38 @@ void compareWithPlainReader(const std::uint8_t* data, std::size_t size, FileRead
   image->UnRegister();
 }
 
+// A dataset read without failures, written as a paged TIFF file and read back, comes back equal.
+void writeAndReadBack(FileReadDataset& dataset) {
+  const DatasetCoordinates extent = dataset.getSize();
+  // Segmentations (bool elements) are left out.
+  if (dataset.getElementType() == TARV_ELEMENT_TYPE_BOOL) return;
+  if (static_cast<std::uint64_t>(dataset.getElementCount()) > comparedVoxelLimit) return;
+  Dataset copy(true);
+  copy.newDataset(extent, dataset.getElementType(), dataset.getWorldEmbedding());
+  if (!copy.hasData()) return;
+  for (auto it = copy.getStartCoordinatesIterator(); it.valid; copy.incrementCoordinatesIterator(it))
+    copy.setElement<double>(it, dataset.getElement<double>(static_cast<const DatasetCoordinates&>(it)));
+  if (!formats::blockReadStatus(*dataset.getFileReadModule()).ok()) return;
+  TiffDatasetFileWrite writer;
+  writer.fileName = (std::filesystem::temp_directory_path() / ("tarv-fuzz-" + std::to_string(::getpid()) + ".tif")).string();
+  const Status written = formats::writePagedTiffFile(writer, &copy);
+  if (written.ok()) {
+    FileReadDataset back;
+    back.setFileReadModule(new TiffFileReadModule());
+    if (!back.openFile(writer.fileName)) fuzz::fail("a written paged TIFF file is refused");
+    if (back.getSize() != extent || back.getElementType() != copy.getElementType())
+      fuzz::fail("a written paged TIFF file has another shape or element type");
+    for (auto it = copy.getStartCoordinatesIterator(); it.valid; copy.incrementCoordinatesIterator(it)) {
+      const double a = copy.getElement<double>(it);
+      const double b = back.getElement<double>(static_cast<const DatasetCoordinates&>(it));
+      if (!(a == b || (std::isnan(a) && std::isnan(b)))) fuzz::fail("a written paged TIFF file reads back otherwise");
+    }
+    back.closeFile();
+  }
+  std::error_code ignored;
+  std::filesystem::remove(writer.fileName, ignored);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -143,6 +179,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     z = nextZ;
   }
   compareWithPlainReader(data + 1, size - 1, *dataset, segmentation);
+  writeAndReadBack(*dataset);
   dataset->closeFile();
   return 0;
 }
