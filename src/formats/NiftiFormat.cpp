@@ -144,7 +144,19 @@ Status checkHeaderFields(const HeaderBytes& bytes, int version) {
   if (version == 1) {
     nifti_1_header one;
     std::memcpy(&one, bytes.bytes, sizeof(one));
-    if (one.sizeof_hdr != 348) swap_nifti_header(&one, 1);
+    // The library tells the byte order by dim[0] and swaps by the magic's version: both must agree
+    // with the header size's byte order (it writes past dim[] otherwise).
+    const bool swapped = one.sizeof_hdr != 348;
+    const auto dimensions = static_cast<std::uint16_t>(one.dim[0]);
+    const auto swappedDimensions = static_cast<std::uint16_t>((dimensions >> 8) | (dimensions << 8));
+    const bool dimensionsSwapped = !(dimensions >= 1 && dimensions <= 7) && swappedDimensions >= 1 && swappedDimensions <= 7;
+    if (swapped != dimensionsSwapped)
+      return corruptError("a NIfTI header whose size and dimension count disagree on the byte order");
+    const char* magic = one.magic;
+    const bool laterVersion = magic[0] == 'n' && magic[3] == '\0' && (magic[1] == 'i' || magic[1] == '+') &&
+                              magic[2] >= '2' && magic[2] <= '9';
+    if (swapped && laterVersion) return corruptError("a NIfTI-1 header with the magic of version " + std::string(1, magic[2]));
+    if (swapped) swap_nifti_header(&one, 1);
     for (int k = 0; k < 8; ++k) dim[k] = one.dim[k];
     datatype = one.datatype;
   } else {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "FormatTestSupport.h"
 #include "core/Vector3D.h"
@@ -101,6 +102,16 @@ TEST(NiftiFormat, RefusalsNameWhatIsUnsupported) {
   EXPECT_EQ(readFailure(dir, sixDimensions), "more than five dimensions");
   EXPECT_EQ(readFailure(dir, file.substr(0, file.size() - 5)), "the voxels end after 91 of 96 bytes (truncated)");
   EXPECT_EQ(readFailure(dir, "plain text, not an image"), "not a NIfTI file (no NIfTI-1 or NIfTI-2 header)");
+  // The byte order told by the header size (swapped here) and by dim[0] (not) disagree.
+  std::string mixedOrder = file;
+  std::swap(mixedOrder[0], mixedOrder[3]);
+  std::swap(mixedOrder[1], mixedOrder[2]);
+  EXPECT_EQ(readFailure(dir, mixedOrder), "a NIfTI header whose size and dimension count disagree on the byte order");
+  // Both swapped, with the magic of a later version: the NIfTI library would not swap the rest.
+  std::string laterMagic = mixedOrder;
+  std::swap(laterMagic[40], laterMagic[41]);
+  laterMagic[346] = '4';
+  EXPECT_EQ(readFailure(dir, laterMagic), "a NIfTI-1 header with the magic of version 4");
   EXPECT_EQ(readFailure(dir, file.substr(0, 200)), "not a NIfTI file (no NIfTI-1 or NIfTI-2 header)");
   EXPECT_FALSE(formats::readNiftiFile(dir.file("absent.nii")).ok());
   Dataset flags(true);
