@@ -41,17 +41,21 @@ bool isKnownVr(const char vr[2]) {
   return false;
 }
 
-// Elements of the image pixel module that GDCM reads as binary values of a fixed size, asserting
-// (and so aborting) on any other size or value representation.
+// Elements of the image pixel and multi-frame modules that GDCM reads as binary values of a fixed
+// size, asserting (and so aborting) on any other size or value representation: US or SS values
+// of exactly length bytes, or AT values (length bytes each, at least one).
 struct FixedSizeElement {
   std::uint16_t group;
   std::uint16_t element;
   std::uint32_t length;
+  bool tags;
 };
 constexpr FixedSizeElement kFixedSizeElements[] = {
-    {0x0028, 0x0002, 2}, {0x0028, 0x0006, 2}, {0x0028, 0x0010, 2}, {0x0028, 0x0011, 2}, {0x0028, 0x0100, 2},
-    {0x0028, 0x0101, 2}, {0x0028, 0x0102, 2}, {0x0028, 0x0103, 2}, {0x0028, 0x1101, 6}, {0x0028, 0x1102, 6},
-    {0x0028, 0x1103, 6}};
+    {0x0028, 0x0002, 2, false}, {0x0028, 0x0006, 2, false}, {0x0028, 0x0009, 4, true},  {0x0028, 0x0010, 2, false},
+    {0x0028, 0x0011, 2, false}, {0x0028, 0x0100, 2, false}, {0x0028, 0x0101, 2, false}, {0x0028, 0x0102, 2, false},
+    {0x0028, 0x0103, 2, false}, {0x0028, 0x0106, 2, false}, {0x0028, 0x0107, 2, false}, {0x0028, 0x1101, 6, false},
+    {0x0028, 0x1102, 6, false}, {0x0028, 0x1103, 6, false}, {0x0054, 0x0011, 2, false}, {0x0054, 0x0021, 2, false},
+    {0x0054, 0x0051, 2, false}, {0x0054, 0x0081, 2, false}};
 
 std::string tagText(std::uint16_t group, std::uint16_t element) {
   char text[16];
@@ -150,6 +154,12 @@ public:
     }
     for (const FixedSizeElement& fixed : kFixedSizeElements) {
       if (fixed.group != h.group || fixed.element != h.element) continue;
+      if (fixed.tags) {
+        const bool at = !syntax.explicitVr || (h.vr[0] == 'A' && h.vr[1] == 'T');
+        if (!at || h.length == 0 || h.length % fixed.length != 0)
+          return corruptError("element " + tagText(h.group, h.element) + " is not a list of AT values");
+        continue;
+      }
       const bool binary = !syntax.explicitVr || (h.vr[0] == 'U' && h.vr[1] == 'S') || (h.vr[0] == 'S' && h.vr[1] == 'S');
       if (!binary || h.length != fixed.length)
         return corruptError("element " + tagText(h.group, h.element) + " is not a " + std::to_string(fixed.length) +

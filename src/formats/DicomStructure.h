@@ -19,8 +19,9 @@ enum class DicomStructure {
 
 // wellFormed, notDicom, or why a DICOM file is malformed: a value, item or fragment that runs
 // past what encloses it (the file, its item or its sequence), a sequence or item without its
-// delimiter, an unknown value representation, an image pixel module element (rows, columns, bits,
-// planar configuration, palette descriptors) not of its binary size, sequences nested more than
+// delimiter, an unknown value representation, an image pixel or multi-frame module element (rows,
+// columns, bits, planar configuration, palette descriptors, frame increment pointer, nuclear
+// medicine counts) not of its binary form, sequences nested more than
 // 32 deep, or a deflated transfer syntax (its elements cannot be walked without inflating them).
 Result<DicomStructure> checkDicomStructure(const std::string& path);
 

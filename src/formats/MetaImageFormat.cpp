@@ -162,40 +162,55 @@ Status checkStoredData(const std::string& path, const vtkmetaio::MetaImage& head
 }
 
 // MetaIO copies a header key it does not know into a field name of 255 characters without looking
-// at its length: keys are checked here first, up to the ElementDataFile line (the data follows).
+// at its length, and reads as many values per array field as NDims says, whatever its size: keys
+// and NDims are checked here first, up to the ElementDataFile line (the data follows).
 Status checkHeaderKeys(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return openForReadingFailure(path);
   constexpr std::size_t kLongestKey = 254;
-  std::string key;
+  constexpr int kMostDimensions = 10;
+  std::string key, value;
   bool inKey = true;
   int line = 1;
+  const auto trimmed = [](const std::string& text) {
+    const std::size_t start = text.find_first_not_of(" \t\r");
+    const std::size_t end = text.find_last_not_of(" \t\r");
+    return start == std::string::npos ? std::string() : text.substr(start, end - start + 1);
+  };
   const auto endOfKey = [&]() -> Status {
-    while (!key.empty() && (key.back() == ' ' || key.back() == '\t' || key.back() == '\r')) key.pop_back();
-    const std::size_t start = key.find_first_not_of(" \t");
-    if (start != std::string::npos && key.size() - start > kLongestKey)
+    key = trimmed(key);
+    if (key.size() > kLongestKey)
       return corruptError("header line " + std::to_string(line) + ": a key of more than " + std::to_string(kLongestKey) +
                           " characters");
     return okStatus();
   };
+  const auto endOfValue = [&]() -> Status {
+    if (key != "NDims") return okStatus();
+    const std::string text = trimmed(value);
+    const bool digits = !text.empty() && text.size() <= 2 && text.find_first_not_of("0123456789") == std::string::npos;
+    if (!digits || std::stoi(text) < 1 || std::stoi(text) > kMostDimensions)
+      return corruptError("header line " + std::to_string(line) + ": NDims = " + text.substr(0, 32) + " (1 to " +
+                          std::to_string(kMostDimensions) + " expected)");
+    return okStatus();
+  };
   for (int c = in.get(); c != std::char_traits<char>::eof(); c = in.get()) {
     if (c == '\n') {
-      if (inKey) {
-        if (Status checked = endOfKey(); !checked.ok()) return checked;
-      }
+      if (Status checked = inKey ? endOfKey() : endOfValue(); !checked.ok()) return checked;
       key.clear();
+      value.clear();
       inKey = true;
       ++line;
     } else if (inKey && (c == '=' || c == ':')) {
       if (Status checked = endOfKey(); !checked.ok()) return checked;
-      const std::size_t start = key.find_first_not_of(" \t");
-      if (start != std::string::npos && key.compare(start, std::string::npos, "ElementDataFile") == 0) return okStatus();
+      if (key == "ElementDataFile") return okStatus();
       inKey = false;
     } else if (inKey && key.size() <= 2 * kLongestKey) {
       key.push_back(static_cast<char>(c));
+    } else if (!inKey && value.size() <= 64) {
+      value.push_back(static_cast<char>(c));
     }
   }
-  return inKey ? endOfKey() : okStatus();
+  return inKey ? endOfKey() : endOfValue();
 }
 
 }  // namespace

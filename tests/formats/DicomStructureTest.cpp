@@ -109,6 +109,9 @@ TEST(DicomStructure, UnknownRepresentationsDeepNestingAndDeflatedFilesAreRefused
   EXPECT_EQ(reason(check(dir, fileWith(tag(0x0028, 0x0010) + u32(4) + u32(512), "1.2.840.10008.1.2"))),
             "element (0028,0010) is not a 2-byte US or SS value");
   EXPECT_EQ(check(dir, fileWith(element(0x0028, 0x0010, "US", u16(512)))).value(), DicomStructure::wellFormed);
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0009, "CS", "MONOCHROME2 ")))),
+            "element (0028,0009) is not a list of AT values");
+  EXPECT_EQ(check(dir, fileWith(element(0x0028, 0x0009, "AT", tag(0x0018, 0x1063)))).value(), DicomStructure::wellFormed);
   std::string nested = element(0x0008, 0x0060, "CS", "CT");
   for (int depth = 0; depth < 40; ++depth)
     nested = tag(0x0008, 0x1140) + "SQ" + std::string(2, '\0') + u32(0xffffffff) + item(nested + itemEnd, 0xffffffff) + sequenceEnd;
