@@ -114,6 +114,11 @@ bool TiffFileReadModule::open() {
   else if (header.getPageByteSize() > maximumPageByteSize ||
            header.getPageByteSize() > static_cast<std::uint64_t>(fileSize) * kMaximumCompressionRatio)
     status = corruptError("its pages of " + std::to_string(header.getPageByteSize()) + " bytes are too large");
+  // Every tile has an offset and a byte count of at least 4 bytes each in the file: a file too small
+  // for the tiles it claims is refused before each of them is tried.
+  else if (static_cast<std::uint64_t>(TIFFNumberOfTiles(internal->handle.get())) * 8 > fileSize)
+    status = corruptError("a file of " + std::to_string(fileSize) + " bytes cannot hold the offsets of its " +
+                          std::to_string(TIFFNumberOfTiles(internal->handle.get())) + " tiles");
   formats::noteOpenStatus(this, status);
   if (!status.ok()) {
     close();

@@ -164,6 +164,7 @@ public:
       if (!binary || h.length != fixed.length)
         return corruptError("element " + tagText(h.group, h.element) + " is not a " + std::to_string(fixed.length) +
                             "-byte US or SS value");
+      if (Status usable = checkPixelValue(h, value, syntax); !usable.ok()) return usable;
     }
     const std::int64_t after = value + h.length;
     if (after > end)
@@ -174,6 +175,26 @@ public:
       if (!inside.ok()) return inside.status();
     }
     return after;
+  }
+
+  // The values of the pixel description that GDCM asserts on outside these sets.
+  Status checkPixelValue(const ElementHeader& h, std::int64_t value, Syntax syntax) {
+    if (h.group != 0x0028 || h.length != 2) return okStatus();
+    unsigned char bytes[2];
+    if (!readAt(value, bytes, 2)) return corruptError("element " + tagText(h.group, h.element) + " cannot be read");
+    const unsigned v = u16(bytes, syntax.bigEndian);
+    bool usable = true;
+    switch (h.element) {
+      case 0x0002: usable = v == 1 || v == 3 || v == 4; break;
+      case 0x0006:
+      case 0x0103: usable = v <= 1; break;
+      case 0x0100: usable = v == 1 || v == 8 || v == 12 || v == 16 || v == 24 || v == 32 || v == 64; break;
+      case 0x0101: usable = v >= 1 && v <= 64; break;
+      case 0x0102: usable = v <= 63; break;
+      default: break;
+    }
+    if (!usable) return corruptError("element " + tagText(h.group, h.element) + " has the unusable value " + std::to_string(v));
+    return okStatus();
   }
 
   bool startsWithItem(std::int64_t value, std::int64_t end, Syntax syntax) {

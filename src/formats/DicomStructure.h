@@ -21,7 +21,8 @@ enum class DicomStructure {
 // past what encloses it (the file, its item or its sequence), a sequence or item without its
 // delimiter, an unknown value representation, an image pixel or multi-frame module element (rows,
 // columns, bits, planar configuration, palette descriptors, frame increment pointer, nuclear
-// medicine counts) not of its binary form, sequences nested more than
+// medicine counts) not of its binary form, samples per pixel, bits or pixel representation of
+// values GDCM does not take, sequences nested more than
 // 32 deep, or a deflated transfer syntax (its elements cannot be walked without inflating them).
 Result<DicomStructure> checkDicomStructure(const std::string& path);
 

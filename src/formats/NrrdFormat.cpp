@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include <array>
+#include <cctype>
 #include <climits>
 #include <cmath>
 #include <cstdlib>
@@ -236,7 +237,9 @@ Status checkFieldOrder(std::istream& in) {
     const std::size_t colon = line.find(": ");
     // Key/value pairs (key:=value) are not fields.
     if (colon == std::string::npos || line.find(":=") < colon) continue;
-    const std::string field = line.substr(0, colon);
+    // teem takes field names in any case.
+    std::string field = line.substr(0, colon);
+    for (char& c : field) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     if (field == "dimension") dimension = true;
     if (dimension) continue;
     for (const char* name : perAxis)
