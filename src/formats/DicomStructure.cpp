@@ -57,6 +57,21 @@ constexpr FixedSizeElement kFixedSizeElements[] = {
     {0x0028, 0x1102, 6, false}, {0x0028, 0x1103, 6, false}, {0x0054, 0x0011, 2, false}, {0x0054, 0x0021, 2, false},
     {0x0054, 0x0051, 2, false}, {0x0054, 0x0081, 2, false}};
 
+// Elements GDCM reads as typed attributes, asserting (and so aborting) when the file gives them
+// another value representation.
+struct TypedElement {
+  std::uint16_t group;
+  std::uint16_t element;
+  char vr[3];
+};
+constexpr TypedElement kTypedElements[] = {
+    {0x0008, 0x0008, "CS"}, {0x0008, 0x0016, "UI"}, {0x0008, 0x0060, "CS"}, {0x0018, 0x0050, "DS"},
+    {0x0018, 0x0088, "DS"}, {0x0018, 0x1164, "DS"}, {0x0018, 0x2010, "DS"}, {0x0020, 0x000d, "UI"},
+    {0x0020, 0x000e, "UI"}, {0x0020, 0x0013, "IS"}, {0x0020, 0x0032, "DS"}, {0x0020, 0x0037, "DS"},
+    {0x0028, 0x0004, "CS"}, {0x0028, 0x0008, "IS"}, {0x0028, 0x0030, "DS"}, {0x0028, 0x0034, "IS"},
+    {0x0028, 0x1050, "DS"}, {0x0028, 0x1051, "DS"}, {0x0028, 0x1052, "DS"}, {0x0028, 0x1053, "DS"},
+    {0x0028, 0x1054, "LO"}, {0x3004, 0x000c, "DS"}};
+
 std::string tagText(std::uint16_t group, std::uint16_t element) {
   char text[16];
   std::snprintf(text, sizeof text, "(%04x,%04x)", group, element);
@@ -152,6 +167,11 @@ public:
       if (sequence || unknown) return items(value, end, inner, depth + 1, true);
       return corruptError("element " + tagText(h.group, h.element) + " has an undefined length");
     }
+    for (const TypedElement& typed : kTypedElements)
+      if (syntax.explicitVr && typed.group == h.group && typed.element == h.element &&
+          (h.vr[0] != typed.vr[0] || h.vr[1] != typed.vr[1]))
+        return corruptError("element " + tagText(h.group, h.element) + " has the value representation " +
+                            std::string(h.vr, 2) + ", not " + typed.vr);
     for (const FixedSizeElement& fixed : kFixedSizeElements) {
       if (fixed.group != h.group || fixed.element != h.element) continue;
       if (fixed.tags) {

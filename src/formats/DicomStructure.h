@@ -22,7 +22,8 @@ enum class DicomStructure {
 // delimiter, an unknown value representation, an image pixel or multi-frame module element (rows,
 // columns, bits, planar configuration, palette descriptors, frame increment pointer, nuclear
 // medicine counts) not of its binary form, samples per pixel, bits or pixel representation of
-// values GDCM does not take, sequences nested more than
+// values GDCM does not take, elements GDCM reads as typed values (positions, spacings, rescaling,
+// UIDs) given another value representation, sequences nested more than
 // 32 deep, or a deflated transfer syntax (its elements cannot be walked without inflating them).
 Result<DicomStructure> checkDicomStructure(const std::string& path);
 

@@ -161,9 +161,10 @@ Status checkStoredData(const std::string& path, const vtkmetaio::MetaImage& head
   return okStatus();
 }
 
-// MetaIO copies a header key it does not know into a field name of 255 characters without looking
-// at its length, and reads as many values per array field as NDims says, whatever its size: keys
-// and NDims are checked here first, up to the ElementDataFile line (the data follows).
+// MetaIO copies header keys it does not know, and text values, into fields of 255 characters
+// without looking at their length, and reads as many values per array field as NDims says, whatever
+// its size: keys, values and NDims are checked here first, up to the ElementDataFile line (the
+// data follows).
 Status checkHeaderKeys(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return openForReadingFailure(path);
@@ -184,7 +185,17 @@ Status checkHeaderKeys(const std::string& path) {
                           " characters");
     return okStatus();
   };
+  // MetaIO keeps text values in fields of 255 characters; arrays of numbers are parsed instead.
+  static constexpr const char* numberArrays[] = {"TransformMatrix", "Rotation", "Orientation", "Offset", "Position",
+                                                 "Origin", "CenterOfRotation", "ElementSpacing", "ElementSize",
+                                                 "DimSize", "Color", "SequenceID", "ElementMin", "ElementMax"};
   const auto endOfValue = [&]() -> Status {
+    bool numbers = false;
+    for (const char* name : numberArrays) numbers = numbers || key == name;
+    const std::size_t longest = numbers ? 4000 : 254;
+    if (trimmed(value).size() > longest)
+      return corruptError("header line " + std::to_string(line) + ": a value of more than " + std::to_string(longest) +
+                          " characters");
     if (key != "NDims") return okStatus();
     const std::string text = trimmed(value);
     const bool digits = !text.empty() && text.size() <= 2 && text.find_first_not_of("0123456789") == std::string::npos;
@@ -196,17 +207,18 @@ Status checkHeaderKeys(const std::string& path) {
   for (int c = in.get(); c != std::char_traits<char>::eof(); c = in.get()) {
     if (c == '\n') {
       if (Status checked = inKey ? endOfKey() : endOfValue(); !checked.ok()) return checked;
+      // The data follows the ElementDataFile line.
+      if (!inKey && key == "ElementDataFile") return okStatus();
       key.clear();
       value.clear();
       inKey = true;
       ++line;
     } else if (inKey && (c == '=' || c == ':')) {
       if (Status checked = endOfKey(); !checked.ok()) return checked;
-      if (key == "ElementDataFile") return okStatus();
       inKey = false;
     } else if (inKey && key.size() <= 2 * kLongestKey) {
       key.push_back(static_cast<char>(c));
-    } else if (!inKey && value.size() <= 64) {
+    } else if (!inKey && value.size() <= 4001) {
       value.push_back(static_cast<char>(c));
     }
   }

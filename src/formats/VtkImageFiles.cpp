@@ -18,6 +18,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "dataset/JPEGDatasetFileReadWrite.h"
 #include "dataset/PNGDatasetFileReadWrite.h"
@@ -168,6 +169,7 @@ Status checkVtiExtents(const std::string& path) {
   Result<std::optional<std::array<long long, 6>>> whole = extentAttribute(text, image, "WholeExtent");
   if (!whole.ok()) return whole.status();
   if (!*whole) return okStatus();
+  std::vector<std::array<long long, 6>> pieces;
   for (std::size_t piece = text.find("<Piece", image); piece != std::string::npos; piece = text.find("<Piece", piece + 1)) {
     Result<std::optional<std::array<long long, 6>>> extent = extentAttribute(text, piece, "Extent");
     if (!extent.ok()) return extent.status();
@@ -175,7 +177,11 @@ Status checkVtiExtents(const std::string& path) {
     for (int k = 0; k < 6; k += 2)
       if ((**extent)[k] < (**whole)[k] || (**extent)[k + 1] > (**whole)[k + 1])
         return corruptError("a VTK image data file with a piece outside its whole extent");
+    pieces.push_back(**extent);
   }
+  // It also leaks when the one piece leaves part of the whole extent uncovered.
+  if (pieces.size() == 1 && pieces.front() != **whole)
+    return corruptError("a VTK image data file whose piece does not cover its whole extent");
   return okStatus();
 }
 

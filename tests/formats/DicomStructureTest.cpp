@@ -110,6 +110,8 @@ TEST(DicomStructure, UnknownRepresentationsDeepNestingAndDeflatedFilesAreRefused
             "element (0028,0010) is not a 2-byte US or SS value");
   EXPECT_EQ(check(dir, fileWith(element(0x0028, 0x0010, "US", u16(512)))).value(), DicomStructure::wellFormed);
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0002, "US", u16(7))))), "element (0028,0002) has the unusable value 7");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1052, "DT", "-1024.0 ")))),
+            "element (0028,1052) has the value representation DT, not DS");
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0100, "US", u16(17))))), "element (0028,0100) has the unusable value 17");
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0009, "CS", "MONOCHROME2 ")))),
             "element (0028,0009) is not a list of AT values");
