@@ -325,6 +325,8 @@ Result<DicomStructure> checkDicomStructure(const std::string& path) {
     if (group != 0x0002 && group != 0x0008) return DicomStructure::notDicom;
     const char vr[2] = {static_cast<char>(first[4]), static_cast<char>(first[5])};
     assumed.explicitVr = isKnownVr(vr);
+    // The file meta group is always explicit; GDCM asserts on one that is not.
+    if (group == 0x0002 && !assumed.explicitVr) return DicomStructure::notDicom;
   }
   std::string transferSyntax;
   Result<std::int64_t> meta = walker.metaGroup(offset, preamble ? Syntax{true, false} : assumed, transferSyntax);

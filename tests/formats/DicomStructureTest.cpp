@@ -68,6 +68,7 @@ TEST(DicomStructure, WellFormedFilesAndOtherFiles) {
   EXPECT_EQ(check(dir, implicitElement + tag(0x0010, 0x0010) + u32(4) + "A^B ").value(), DicomStructure::wellFormed);
   EXPECT_EQ(check(dir, "hello, this is a text file\n").value(), DicomStructure::notDicom);
   EXPECT_EQ(check(dir, "").value(), DicomStructure::notDicom);
+  EXPECT_EQ(check(dir, tag(0x0002, 0x0000) + u32(0)).value(), DicomStructure::notDicom);
 }
 
 TEST(DicomStructure, LengthsPastTheirEnclosureAreRefusedAtOnce) {
