@@ -110,7 +110,7 @@ Result<ScannedSeries> scanSeries(const std::string& path) {
   std::error_code error;
   if (series.files.empty())
     return std::filesystem::is_directory(path, error) ? notFoundError("no DICOM files in the folder")
-                                                      : corruptError("not a DICOM file");
+                                                      : corruptError("not a DICOM file (no 128-byte preamble and DICM prefix)");
   return series;
 }
 

@@ -65,7 +65,8 @@ struct TypedElement {
   char vr[3];
 };
 constexpr TypedElement kTypedElements[] = {
-    {0x0008, 0x0008, "CS"}, {0x0008, 0x0016, "UI"}, {0x0008, 0x0060, "CS"}, {0x0018, 0x0050, "DS"},
+    {0x0002, 0x0000, "UL"}, {0x0002, 0x0001, "OB"}, {0x0002, 0x0002, "UI"}, {0x0002, 0x0003, "UI"},
+    {0x0002, 0x0010, "UI"}, {0x0002, 0x0012, "UI"}, {0x0002, 0x0013, "SH"}, {0x0008, 0x0008, "CS"}, {0x0008, 0x0016, "UI"}, {0x0008, 0x0060, "CS"}, {0x0018, 0x0050, "DS"},
     {0x0018, 0x0088, "DS"}, {0x0018, 0x1164, "DS"}, {0x0018, 0x2010, "DS"}, {0x0020, 0x000d, "UI"},
     {0x0020, 0x000e, "UI"}, {0x0020, 0x0013, "IS"}, {0x0020, 0x0032, "DS"}, {0x0020, 0x0037, "DS"},
     {0x0028, 0x0004, "CS"}, {0x0028, 0x0008, "IS"}, {0x0028, 0x0030, "DS"}, {0x0028, 0x0034, "IS"},
@@ -167,11 +168,7 @@ public:
       if (sequence || unknown) return items(value, end, inner, depth + 1, true);
       return corruptError("element " + tagText(h.group, h.element) + " has an undefined length");
     }
-    for (const TypedElement& typed : kTypedElements)
-      if (syntax.explicitVr && typed.group == h.group && typed.element == h.element &&
-          (h.vr[0] != typed.vr[0] || h.vr[1] != typed.vr[1]))
-        return corruptError("element " + tagText(h.group, h.element) + " has the value representation " +
-                            std::string(h.vr, 2) + ", not " + typed.vr);
+    if (Status typed = checkTyped(h, syntax); !typed.ok()) return typed;
     for (const FixedSizeElement& fixed : kFixedSizeElements) {
       if (fixed.group != h.group || fixed.element != h.element) continue;
       if (fixed.tags) {
@@ -195,6 +192,15 @@ public:
       if (!inside.ok()) return inside.status();
     }
     return after;
+  }
+
+  Status checkTyped(const ElementHeader& h, Syntax syntax) {
+    for (const TypedElement& typed : kTypedElements)
+      if (syntax.explicitVr && typed.group == h.group && typed.element == h.element &&
+          (h.vr[0] != typed.vr[0] || h.vr[1] != typed.vr[1]))
+        return corruptError("element " + tagText(h.group, h.element) + " has the value representation " +
+                            std::string(h.vr, 2) + ", not " + typed.vr);
+    return okStatus();
   }
 
   // The values of the pixel description that GDCM asserts on outside these sets.
@@ -275,6 +281,7 @@ public:
       if (!readAt(offset, bytes, 2) || u16(bytes, syntax.bigEndian) != 0x0002) break;
       Result<ElementHeader> h = header(offset, size, syntax);
       if (!h.ok()) return h.status();
+      if (Status typed = checkTyped(*h, syntax); !typed.ok()) return typed;
       const std::int64_t value = offset + h->headerBytes;
       if (h->length == kUndefinedLength || value + h->length > size)
         return corruptError("file meta element " + tagText(h->group, h->element) + " runs past the end of the file");
@@ -315,26 +322,18 @@ Result<DicomStructure> checkDicomStructure(const std::string& path) {
 
   char prefix[132] = {};
   const bool preamble = walker.readAt(0, prefix, sizeof prefix) && std::memcmp(prefix + 128, "DICM", 4) == 0;
-  std::int64_t offset = preamble ? 132 : 0;
-  // Without a preamble the first element tells explicit from implicit value representations.
-  Syntax assumed{true, false};
-  if (!preamble) {
-    unsigned char first[8];
-    if (!walker.readAt(0, first, sizeof first)) return DicomStructure::notDicom;
-    const std::uint16_t group = walker.u16(first, false);
-    if (group != 0x0002 && group != 0x0008) return DicomStructure::notDicom;
-    const char vr[2] = {static_cast<char>(first[4]), static_cast<char>(first[5])};
-    assumed.explicitVr = isKnownVr(vr);
-    // The file meta group is always explicit; GDCM asserts on one that is not.
-    if (group == 0x0002 && !assumed.explicitVr) return DicomStructure::notDicom;
-  }
+  // Files without the preamble and prefix (older ACR-NEMA files) are not taken: GDCM reads them
+  // by guessing, and asserts on many malformed ones.
+  if (!preamble) return DicomStructure::notDicom;
+  const std::int64_t offset = 132;
+  const Syntax assumed{true, false};
   std::string transferSyntax;
-  Result<std::int64_t> meta = walker.metaGroup(offset, preamble ? Syntax{true, false} : assumed, transferSyntax);
-  if (!meta.ok()) return preamble ? Result<DicomStructure>(meta.status()) : DicomStructure::notDicom;
+  Result<std::int64_t> meta = walker.metaGroup(offset, assumed, transferSyntax);
+  if (!meta.ok()) return meta.status();
   Result<Syntax> syntax = syntaxOf(transferSyntax, assumed);
   if (!syntax.ok()) return syntax.status();
   Result<std::int64_t> end = walker.dataSet(*meta, size, *syntax, 0, false);
-  if (!end.ok()) return preamble ? Result<DicomStructure>(end.status()) : DicomStructure::notDicom;
+  if (!end.ok()) return end.status();
   return DicomStructure::wellFormed;
 }
 

@@ -8,12 +8,12 @@
 namespace tarv::formats {
 
 // The data elements of a DICOM file walked without reading their values: the preamble and "DICM"
-// prefix (or none), the file meta group, then the data set in its transfer syntax, into sequences,
+// prefix, the file meta group, then the data set in its transfer syntax, into sequences,
 // items and encapsulated pixel fragments. GDCM allocates what a value length claims before it
 // reads the value, and aborts on some malformed files, so files are checked here first.
 enum class DicomStructure {
   wellFormed,
-  // No preamble and no data set that parses from the first byte: some other file.
+  // No preamble and "DICM" prefix: some other file, or an older ACR-NEMA file, which is not read.
   notDicom,
 };
 

@@ -62,10 +62,12 @@ std::string reason(const Result<DicomStructure>& result) { return result.ok() ? 
 TEST(DicomStructure, WellFormedFilesAndOtherFiles) {
   TemporaryDirectory dir;
   EXPECT_EQ(check(dir, fileWith(wellFormedDataSet())).value(), DicomStructure::wellFormed);
-  // Implicit little endian, and no preamble at all.
+  // Implicit little endian; files without the preamble are not taken.
   const std::string implicitElement = tag(0x0008, 0x0060) + u32(2) + "CT";
   EXPECT_EQ(check(dir, fileWith(implicitElement, "1.2.840.10008.1.2")).value(), DicomStructure::wellFormed);
-  EXPECT_EQ(check(dir, implicitElement + tag(0x0010, 0x0010) + u32(4) + "A^B ").value(), DicomStructure::wellFormed);
+  EXPECT_EQ(check(dir, implicitElement + tag(0x0010, 0x0010) + u32(4) + "A^B ").value(), DicomStructure::notDicom);
+  EXPECT_EQ(reason(check(dir, fileWith("") + tag(0x0002, 0x0000) + "DS" + u16(0))),
+            "element (0002,0000) has the value representation DS, not UL");
   EXPECT_EQ(check(dir, "hello, this is a text file\n").value(), DicomStructure::notDicom);
   EXPECT_EQ(check(dir, "").value(), DicomStructure::notDicom);
   EXPECT_EQ(check(dir, tag(0x0002, 0x0000) + u32(0)).value(), DicomStructure::notDicom);
