@@ -46,6 +46,8 @@ public:
   TiffFileHeader header;
   // The file as opened, compared before every tile read.
   formats::FileIdentity opened;
+  // The last tile that could not be read: asked again for each of its elements, it fails at once.
+  DatasetBoundingBox failedTile{DatasetCoordinates(-1, -1, -1, -1, -1), DatasetCoordinates(-1, -1, -1, -1, -1)};
   std::unique_ptr<unsigned char[]> pageBuffer;
   std::uint64_t pageBufferSize = 0;
 
@@ -148,6 +150,7 @@ void TiffFileReadModule::close() {
   if (!internal->handle) return;
   internal->handle.reset();
   internal->releasePageBuffer();
+  internal->failedTile = DatasetBoundingBox(DatasetCoordinates(-1, -1, -1, -1, -1), DatasetCoordinates(-1, -1, -1, -1, -1));
 }
 
 bool TiffFileReadModule::readBlock(FileReadDataset* dataset, const DatasetCoordinates& c) {
@@ -162,6 +165,7 @@ bool TiffFileReadModule::readBlock(FileReadDataset* dataset, const DatasetCoordi
       c.c < 0 || c.c >= image.c)
     return fail(invalidArgumentError("a voxel outside the image was asked for"));
   const DatasetBoundingBox box = getReadBlockBox(c);
+  if (box == internal->failedTile) return false;
   unsigned char* buffer = internal->getPageBuffer();
   if (buffer == nullptr) return fail(ioError("not enough memory for a page"));
   if (header.getPageMode() == TiffPageMode::strip) {
@@ -172,8 +176,10 @@ bool TiffFileReadModule::readBlock(FileReadDataset* dataset, const DatasetCoordi
   const int errorsBefore = internal->errors.count;
   std::ostringstream tileText;
   tileText << "cannot read tile (" << box.start << ") (" << box.end << ")";
-  if (Status same = internal->opened.checkDescriptor(TIFFFileno(internal->handle.get()), tileText.str()); !same.ok())
+  if (Status same = internal->opened.checkDescriptor(TIFFFileno(internal->handle.get()), tileText.str()); !same.ok()) {
+    internal->failedTile = box;
     return fail(same);
+  }
   if (header.getPlanarConfiguration() != TiffPlanarConfiguration::CONTIGUES ||
       TIFFReadTile(internal->handle.get(), buffer, static_cast<std::uint32_t>(box.start.x),
                    static_cast<std::uint32_t>(box.start.y), static_cast<std::uint32_t>(box.start.z), 0) == -1) {
@@ -185,6 +191,7 @@ bool TiffFileReadModule::readBlock(FileReadDataset* dataset, const DatasetCoordi
     if (header.getPlanarConfiguration() != TiffPlanarConfiguration::CONTIGUES)
       return fail(unsupportedError("cannot read " + tile.str() + ": samples in separate planes"));
     const std::string reason = internal->errors.count > errorsBefore ? internal->errors.last : "TIFFReadTile failed";
+    internal->failedTile = box;
     return fail(corruptError("cannot read " + tile.str() + ": " + reason));
   }
   const DatasetCoordinates datasetSize = dataset->getSize();

@@ -176,9 +176,12 @@ Result<SliceLayout> layoutOf(const gdcm::Image& image, const std::string& file) 
   const bool monochrome = photometric == gdcm::PhotometricInterpretation::MONOCHROME1 ||
                           photometric == gdcm::PhotometricInterpretation::MONOCHROME2;
   const bool rgb = photometric == gdcm::PhotometricInterpretation::RGB;
-  if (!(monochrome && layout.samples == 1) && !(rgb && layout.samples == 3))
+  if (!(monochrome && layout.samples == 1) && !(rgb && layout.samples == 3)) {
+    // GDCM names no interpretation it does not know.
+    const char* name = photometric.GetString();
     return unsupportedError(file + ": " + std::to_string(layout.samples) + " samples of photometric interpretation " +
-                            photometric.GetString());
+                            (name != nullptr ? name : "(unknown)"));
+  }
   layout.planar = layout.samples > 1 && image.GetPlanarConfiguration() == 1;
   for (int k = 0; k < 6; ++k) layout.orientation[k] = image.GetDirectionCosines()[k];
   for (int k = 0; k < 3; ++k) {

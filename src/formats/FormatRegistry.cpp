@@ -120,9 +120,45 @@ Result<DatasetHandle> openLazily(const std::string& path, DatasetFileReadModule*
   return status;
 }
 
+// Every block of a lazily opened file once, in file order, stopping at the first that cannot be
+// read: copying element by element would try a failed block again for each of its elements.
+Status readEveryBlock(FileReadDataset* file) {
+  DatasetFileReadModule* module = file->getFileReadModule();
+  if (module == nullptr) return okStatus();
+  const DatasetCoordinates size = file->getSize();
+  file->announceAccessToFullDataset();
+  for (int t = 0; t < size.t;) {
+    int nextT = size.t;
+    for (int z = 0; z < size.z;) {
+      int nextZ = size.z;
+      for (int y = 0; y < size.y;) {
+        int nextY = size.y;
+        for (int x = 0; x < size.x;) {
+          const DatasetCoordinates c(x, y, z, t, 0);
+          const DatasetBoundingBox box = module->getReadBlockBox(c);
+          if (box.isEmpty() || box.end.x < x || box.end.y < y || box.end.z < z || box.end.t < t)
+            return invalidArgumentError("a block that does not hold its element");
+          (void)file->getElement<double>(c);
+          if (Status blocks = blockReadStatus(*module); !blocks.ok()) return blocks;
+          nextT = std::min(nextT, box.end.t + 1);
+          nextZ = std::min(nextZ, box.end.z + 1);
+          nextY = std::min(nextY, box.end.y + 1);
+          x = box.end.x + 1;
+        }
+        y = nextY;
+      }
+      z = nextZ;
+    }
+    t = nextT;
+  }
+  return okStatus();
+}
+
 // All of a lazily opened dataset, read into memory.
 Result<DatasetHandle> readIntoMemory(const DatasetHandle& lazy) {
   Dataset* file = GetRawPtr(lazy);
+  if (auto* blocks = dynamic_cast<FileReadDataset*>(file))
+    if (Status read = readEveryBlock(blocks); !read.ok()) return read;
   auto* dataset = new Dataset(true);
   DatasetHandle memory(dataset);
   dataset->copyFrom(file);
