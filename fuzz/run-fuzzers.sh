@@ -13,6 +13,7 @@
 # Seeds and regression cases live in fuzz/corpus/<harness>/ and are never modified here; inputs
 # found while fuzzing go to build/fuzz/work/<harness>/, crashes to build/fuzz/artifacts/<harness>/.
 # Exits non-zero when any harness fails. Environment: TARV_JOBS (build jobs, default 2),
+# TARV_FUZZ_PARALLEL (harnesses fuzzed at once in a campaign, default 2),
 # TARV_FUZZ_BUILD_DIR (default build/fuzz), CC_FUZZ / CXX_FUZZ (default clang-14 / clang++-14).
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
@@ -40,6 +41,7 @@ while [ $# -gt 0 ]; do
 done
 
 build=${TARV_FUZZ_BUILD_DIR:-$top/build/fuzz}
+parallel=${TARV_FUZZ_PARALLEL:-2}
 cmake -S fuzz -B "$build" -DCMAKE_C_COMPILER="${CC_FUZZ:-clang-14}" -DCMAKE_CXX_COMPILER="${CXX_FUZZ:-clang++-14}" >/dev/null
 cmake --build "$build" -j"${TARV_JOBS:-2}"
 
@@ -96,8 +98,8 @@ campaign_one() {
   features=$(grep -oE 'ft: [0-9]+' "$build/$h.campaign.log" | tail -n 1 | awk '{print $2}')
   findings=$(find "$artifacts" -type f | wc -l)
   corpus=$(( $(find "$work" -type f | wc -l) + $(find "fuzz/corpus/$h" -type f | wc -l) ))
-  printf '{"executions": %s, "cov": %s, "features": %s, "findings": %s, "corpus": %s, "status": %s, "minutes": %s, "date": "%s", "commit": "%s"}\n' \
-    "${executions:-0}" "${cov:-0}" "${features:-0}" "$findings" "$corpus" "$status" "$minutes" "$started" "$commit" \
+  printf '{"executions": %s, "cov": %s, "features": %s, "findings": %s, "corpus": %s, "status": %s, "minutes": %s, "date": "%s", "commit": "%s", "parallel": %s}\n' \
+    "${executions:-0}" "${cov:-0}" "${features:-0}" "$findings" "$corpus" "$status" "$minutes" "$started" "$commit" "$parallel" \
     > "$build/campaign/$h.json"
 }
 
@@ -149,12 +151,12 @@ for h in "${harnesses[@]}"; do
 done
 
 if [ "$mode" = campaign ] && [ ${#failed[@]} -eq 0 ]; then
-  echo "== campaign: ${#harnesses[@]} harnesses, $minutes min each, two at a time"
+  echo "== campaign: ${#harnesses[@]} harnesses, $minutes min each, $parallel at a time"
   running=0
   for h in "${harnesses[@]}"; do
     campaign_one "$h" &
     running=$((running + 1))
-    if [ "$running" -ge 2 ]; then wait -n || true; running=$((running - 1)); fi
+    if [ "$running" -ge "$parallel" ]; then wait -n || true; running=$((running - 1)); fi
   done
   wait || true
   echo "== coverage build"
@@ -167,15 +169,15 @@ if [ "$mode" = campaign ] && [ ${#failed[@]} -eq 0 ]; then
   {
     echo "# Fuzzing campaign"
     echo
-    echo "Written by \`fuzz/run-fuzzers.sh --campaign MINUTES\` on $(getconf _NPROCESSORS_ONLN) cores, two harnesses at a"
-    echo "time, each row from the harness's latest campaign run (its start and the commit it ran at; \"+changes\""
-    echo "when the tree had uncommitted changes). libFuzzer under ASan + UBSan with the dictionaries under"
+    echo "Written by \`fuzz/run-fuzzers.sh --campaign MINUTES\` on $(getconf _NPROCESSORS_ONLN) cores, each row from the"
+    echo "harness's latest campaign run (its start, the commit it ran at, \"+changes\""
+    echo "when the tree had uncommitted changes, and how many harnesses were fuzzed at once). libFuzzer under ASan + UBSan with the dictionaries under"
     echo "fuzz/. Line coverage: clang's source-based coverage of the seed corpus and the campaign's inputs"
     echo "replayed through the harness, over the harness's reader files, measured when the table was written"
     echo "($(date -u '+%Y-%m-%d %H:%M'))."
     echo
-    echo "| harness | started (UTC) | commit | minutes | executions | executions/s | edges (cov) | features | corpus | findings | line coverage of its readers | reader files |"
-    echo "|---|---|---|---|---|---|---|---|---|---|---|---|"
+    echo "| harness | started (UTC) | commit | at once | minutes | executions | executions/s | edges (cov) | features | corpus | findings | line coverage of its readers | reader files |"
+    echo "|---|---|---|---|---|---|---|---|---|---|---|---|---|"
     for h in "${every[@]}"; do
       j=$build/campaign/$h.json
       [ -f "$j" ] || continue
@@ -185,7 +187,7 @@ import json, sys
 j = json.load(open(sys.argv[1]))
 h, line, files = sys.argv[2], sys.argv[3], sys.argv[4]
 rate = j["executions"] / (j["minutes"] * 60.0)
-print(f"| {h} | {j['date']} | {j['commit']} | {j['minutes']} | {j['executions']} | {rate:.0f} | {j['cov']} | "
+print(f"| {h} | {j['date']} | {j['commit']} | {j.get('parallel', 2)} | {j['minutes']} | {j['executions']} | {rate:.0f} | {j['cov']} | "
       f"{j['features']} | {j['corpus']} | {j['findings']} | {line} % | "
       f"{', '.join('`' + f + '`' for f in files.split())} |")
 PY

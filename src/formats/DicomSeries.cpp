@@ -138,6 +138,18 @@ struct SliceLayout {
 
 // The element type of GDCM's samples; NO_TYPE with the reason in unsupported otherwise.
 TARVElementType elementTypeOfPixels(const gdcm::PixelFormat& format, std::string& unsupported) {
+  // GDCM asserts on bit counts that do not fit together: those are refused before it is asked.
+  const unsigned allocated = format.GetBitsAllocated();
+  if (format.GetBitsStored() < 1 || format.GetBitsStored() > allocated || format.GetHighBit() >= allocated) {
+    unsupported = std::to_string(format.GetBitsStored()) + " bits stored with high bit " +
+                  std::to_string(format.GetHighBit()) + " in " + std::to_string(allocated) + " allocated";
+    return TARV_ELEMENT_TYPE_NO_TYPE;
+  }
+  if (allocated != 8 && allocated != 16 && allocated != 32 && allocated != 64) {
+    unsupported = allocated == 1 ? "1-bit samples" : allocated == 12 ? "12-bit packed samples"
+                                                                     : std::to_string(allocated) + "-bit samples";
+    return TARV_ELEMENT_TYPE_NO_TYPE;
+  }
   switch (format.GetScalarType()) {
     case gdcm::PixelFormat::UINT8: return elementTypeOfSamples(SampleKind::unsignedInteger, 8);
     case gdcm::PixelFormat::INT8: return elementTypeOfSamples(SampleKind::signedInteger, 8);

@@ -275,7 +275,10 @@ public:
   }
 
   // The file meta group (group 0002, explicit little endian) from offset; its transfer syntax.
+  // GDCM asserts when the group length it reads first does not match the group, or on UIDs longer
+  // than 64 characters.
   Result<std::int64_t> metaGroup(std::int64_t offset, Syntax syntax, std::string& transferSyntax) {
+    std::int64_t groupEnd = -1;
     while (offset + 8 <= size) {
       unsigned char bytes[2];
       if (!readAt(offset, bytes, 2) || u16(bytes, syntax.bigEndian) != 0x0002) break;
@@ -285,6 +288,13 @@ public:
       const std::int64_t value = offset + h->headerBytes;
       if (h->length == kUndefinedLength || value + h->length > size)
         return corruptError("file meta element " + tagText(h->group, h->element) + " runs past the end of the file");
+      if (h->element == 0x0000 && h->length == 4) {
+        unsigned char bytes4[4];
+        if (!readAt(value, bytes4, 4)) return corruptError("the file meta group length cannot be read");
+        groupEnd = value + 4 + u32(bytes4, syntax.bigEndian);
+      }
+      if (h->vr[0] == 'U' && h->vr[1] == 'I' && h->length > 64)
+        return corruptError("file meta element " + tagText(h->group, h->element) + " holds a UID of more than 64 characters");
       if (h->element == 0x0010 && h->length <= 64) {
         std::array<char, 65> text{};
         if (!readAt(value, text.data(), h->length)) return corruptError("the transfer syntax cannot be read");
@@ -293,6 +303,8 @@ public:
       }
       offset = value + h->length;
     }
+    if (groupEnd >= 0 && groupEnd != offset)
+      return corruptError("the file meta group length does not match the group");
     return offset;
   }
 
