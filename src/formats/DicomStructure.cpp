@@ -181,7 +181,7 @@ public:
       if (!binary || h.length != fixed.length)
         return corruptError("element " + tagText(h.group, h.element) + " is not a " + std::to_string(fixed.length) +
                             "-byte US or SS value");
-      if (Status usable = checkPixelValue(h, value, syntax); !usable.ok()) return usable;
+      if (Status usable = checkPixelValue(h, value, syntax, depth); !usable.ok()) return usable;
     }
     const std::int64_t after = value + h.length;
     if (after > end)
@@ -204,11 +204,12 @@ public:
   }
 
   // The values of the pixel description that GDCM asserts on outside these sets.
-  Status checkPixelValue(const ElementHeader& h, std::int64_t value, Syntax syntax) {
+  Status checkPixelValue(const ElementHeader& h, std::int64_t value, Syntax syntax, int depth) {
     if (h.group != 0x0028 || h.length != 2) return okStatus();
     unsigned char bytes[2];
     if (!readAt(value, bytes, 2)) return corruptError("element " + tagText(h.group, h.element) + " cannot be read");
     const unsigned v = u16(bytes, syntax.bigEndian);
+    if (depth == 0 && h.element >= 0x0100 && h.element <= 0x0102) bits[h.element - 0x0100] = static_cast<int>(v);
     bool usable = true;
     switch (h.element) {
       case 0x0002: usable = v == 1 || v == 3 || v == 4; break;
@@ -308,9 +309,23 @@ public:
     return offset;
   }
 
+  // The data set's bits allocated, stored and high bit fit together (GDCM asserts otherwise, when
+  // it is asked for them).
+  Status checkBits() const {
+    const int allocated = bits[0], stored = bits[1], high = bits[2];
+    if (stored >= 0 && (allocated < 0 || stored > allocated))
+      return corruptError("bits stored (" + std::to_string(stored) + ") beyond bits allocated (" +
+                          (allocated < 0 ? std::string("none") : std::to_string(allocated)) + ")");
+    if (high >= 0 && (allocated < 0 || high >= allocated || (stored >= 0 && high >= stored)))
+      return corruptError("a high bit (" + std::to_string(high) + ") beyond the bits stored or allocated");
+    return okStatus();
+  }
+
 private:
   std::ifstream& in;
   std::int64_t size;
+  // Bits allocated, stored and high bit of the top-level data set; -1 when absent.
+  int bits[3] = {-1, -1, -1};
 };
 
 Result<Syntax> syntaxOf(const std::string& transferSyntax, Syntax assumed) {
@@ -346,6 +361,7 @@ Result<DicomStructure> checkDicomStructure(const std::string& path) {
   if (!syntax.ok()) return syntax.status();
   Result<std::int64_t> end = walker.dataSet(*meta, size, *syntax, 0, false);
   if (!end.ok()) return end.status();
+  if (Status bits = walker.checkBits(); !bits.ok()) return bits;
   return DicomStructure::wellFormed;
 }
 

@@ -116,6 +116,9 @@ TEST(DicomStructure, UnknownRepresentationsDeepNestingAndDeflatedFilesAreRefused
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1052, "DT", "-1024.0 ")))),
             "element (0028,1052) has the value representation DT, not DS");
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0100, "US", u16(17))))), "element (0028,0100) has the unusable value 17");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0100, "US", u16(8)) + element(0x0028, 0x0101, "US", u16(12))))),
+            "bits stored (12) beyond bits allocated (8)");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0101, "US", u16(8))))), "bits stored (8) beyond bits allocated (none)");
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0009, "CS", "MONOCHROME2 ")))),
             "element (0028,0009) is not a list of AT values");
   EXPECT_EQ(check(dir, fileWith(element(0x0028, 0x0009, "AT", tag(0x0018, 0x1063)))).value(), DicomStructure::wellFormed);
