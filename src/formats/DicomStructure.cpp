@@ -280,6 +280,7 @@ public:
   // than 64 characters.
   Result<std::int64_t> metaGroup(std::int64_t offset, Syntax syntax, std::string& transferSyntax) {
     std::int64_t groupEnd = -1;
+    bool sopClass = false;
     while (offset + 8 <= size) {
       unsigned char bytes[2];
       if (!readAt(offset, bytes, 2) || u16(bytes, syntax.bigEndian) != 0x0002) break;
@@ -296,6 +297,7 @@ public:
       }
       if (h->vr[0] == 'U' && h->vr[1] == 'I' && h->length > 64)
         return corruptError("file meta element " + tagText(h->group, h->element) + " holds a UID of more than 64 characters");
+      if (h->element == 0x0002 && h->length > 0) sopClass = true;
       if (h->element == 0x0010 && h->length <= 64) {
         std::array<char, 65> text{};
         if (!readAt(value, text.data(), h->length)) return corruptError("the transfer syntax cannot be read");
@@ -306,6 +308,8 @@ public:
     }
     if (groupEnd >= 0 && groupEnd != offset)
       return corruptError("the file meta group length does not match the group");
+    // Without it GDCM reads the file as an ACR-NEMA image, asserting on many.
+    if (!sopClass) return corruptError("a file meta group without a media storage SOP class");
     return offset;
   }
 

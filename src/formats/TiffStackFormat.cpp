@@ -156,6 +156,9 @@ Status readTiles(TIFF* tiff, const PageLayout& layout, int sampleBytes, unsigned
   const std::size_t tileRowBytes = static_cast<std::size_t>(tileWidth) * sampleBytes * (planes == 1 ? layout.samples : 1);
   if (tileBytes <= 0 || static_cast<std::uint64_t>(tileBytes) < tileRowBytes * tileLength)
     return corruptError(where + "a tile size that does not fit its tiles" + errors.suffix());
+  // Tiles may be larger than the page; what they claim is capped before it is allocated.
+  if (Status cap = checkAllocation(static_cast<std::int64_t>(tileBytes), TARV_ELEMENT_TYPE_UNSIGNED_CHAR); !cap.ok())
+    return Status(cap.code(), where + "tiles of " + std::to_string(tileBytes) + " bytes: " + cap.message());
   std::vector<unsigned char> tile(static_cast<std::size_t>(tileBytes));
   for (int plane = 0; plane < planes; ++plane)
     for (std::uint32_t y0 = 0; y0 < layout.length; y0 += tileLength)

@@ -35,7 +35,8 @@ const std::string sequenceEnd = tag(0xfffe, 0xe0dd) + u32(0);
 std::string fileWith(const std::string& dataSet, const std::string& transferSyntax = "1.2.840.10008.1.2.1") {
   std::string syntax = transferSyntax;
   if (syntax.size() % 2) syntax += '\0';
-  return std::string(128, '\0') + "DICM" + element(0x0002, 0x0010, "UI", syntax) + dataSet;
+  return std::string(128, '\0') + "DICM" + element(0x0002, 0x0002, "UI", "1.2.840.10008.5.1.4.1.1.2\0") +
+         element(0x0002, 0x0010, "UI", syntax) + dataSet;
 }
 
 // A data set with a sequence of undefined length holding an item of undefined length, one of
@@ -71,6 +72,8 @@ TEST(DicomStructure, WellFormedFilesAndOtherFiles) {
   EXPECT_EQ(check(dir, "hello, this is a text file\n").value(), DicomStructure::notDicom);
   EXPECT_EQ(check(dir, "").value(), DicomStructure::notDicom);
   EXPECT_EQ(check(dir, tag(0x0002, 0x0000) + u32(0)).value(), DicomStructure::notDicom);
+  EXPECT_EQ(reason(check(dir, std::string(128, '\0') + "DICM" + element(0x0002, 0x0010, "UI", "1.2.840.10008.1.2\0"))),
+            "a file meta group without a media storage SOP class");
 }
 
 TEST(DicomStructure, LengthsPastTheirEnclosureAreRefusedAtOnce) {

@@ -195,7 +195,8 @@ def test_dicom_series_read_file_by_file_equal_the_whole_read(tmp_path):
         lazy.to_array(np.s_[2:3])
 
     # A malformed DICOM file in the folder is refused by name before GDCM reads it.
-    (folder / "s2.dcm").write_bytes(b"\0" * 128 + b"DICM" + b"\x02\x00\x10\x00UI\x14\x001.2.840.10008.1.2.1\0"
+    (folder / "s2.dcm").write_bytes(b"\0" * 128 + b"DICM" + b"\x02\x00\x02\x00UI\x1a\x001.2.840.10008.5.1.4.1.1.2\0"
+                                    + b"\x02\x00\x10\x00UI\x14\x001.2.840.10008.1.2.1\0"
                                     + b"\x08\x00\x3e\x10LO\x10\xe0oblique")
     with pytest.raises(ValueError, match=r"s2.dcm: element \(0008,103e\) of 57360 bytes runs past the end of the file"):
         tarv.open(folder)
