@@ -113,15 +113,20 @@ TEST(FormatRegistry, ReadFailuresCarryTheReason) {
   EXPECT_EQ(formats::readDatasetFile(dir.file("text.tif"), request).status().code(), StatusCode::invalidArgument);
 }
 
+// 128 x 96 x 12 uint16 of several tiles and slices, each element telling its position.
+void fillLazyReadVolume(Dataset& d) {
+  d.newDataset(DatasetCoordinates(128, 96, 12, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT, DatasetWorldEmbedding());
+  for (auto it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
+    d.setElement<int>(it, (it.x * 7 + it.y * 13 + it.z * 101) % 60000);
+}
+
 // A lazily read file that shrinks on disk while it is open: the blocks past the new end fail with
 // a reason, the program goes on (libtiff must not map the file: a mapped file that shrinks kills
 // the reader with SIGBUS).
 TEST(FormatRegistry, LazyFilesThatShrinkGiveReadErrors) {
   TemporaryDirectory dir;
   Dataset d(true);
-  d.newDataset(DatasetCoordinates(128, 96, 12, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT, DatasetWorldEmbedding());
-  for (auto it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-    d.setElement<int>(it, (it.x * 7 + it.y * 13 + it.z * 101) % 60000);
+  fillLazyReadVolume(d);
   for (formats::FileFormat format : {formats::FileFormat::pagedTiff, formats::FileFormat::tarv1}) {
     const std::string path = dir.file(format == formats::FileFormat::tarv1 ? "v.tarv" : "v.tif");
     SCOPED_TRACE(path);
@@ -144,9 +149,7 @@ TEST(FormatRegistry, LazyFilesThatShrinkGiveReadErrors) {
 TEST(FormatRegistry, LazyFilesRewrittenInPlaceGiveReadErrors) {
   TemporaryDirectory dir;
   Dataset d(true);
-  d.newDataset(DatasetCoordinates(128, 96, 12, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT, DatasetWorldEmbedding());
-  for (auto it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-    d.setElement<int>(it, (it.x * 7 + it.y * 13 + it.z * 101) % 60000);
+  fillLazyReadVolume(d);
   Dataset other(true);
   other.newDataset(d.getSize(), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT, DatasetWorldEmbedding());
   other.setAllElementsValue(17.0);
