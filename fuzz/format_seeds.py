@@ -19,6 +19,10 @@ sys.path.insert(0, str(top.parent / "tools" / "tests"))
 import independent_files_test as files  # noqa: E402
 
 
+# Separates the files of a DICOM series input of the DICOM harness.
+SERIES_SEPARATOR = b"\xffTARV-NEXT-FILE\xff"
+
+
 def corpus(name):
     folder = top / "corpus" / name
     folder.mkdir(parents=True, exist_ok=True)
@@ -75,6 +79,14 @@ def main():
     files.oblique_series(folder, count=2, uid="1.2.826.0.1.3680043.8.498.7", shuffle=False)
     for k, path in enumerate(sorted(folder.iterdir())):
         (dicom / f"seed-ct-{k}.dcm").write_bytes(path.read_bytes())
+    # Series inputs: the harness writes the pieces between separators as the files of a folder.
+    slices = [path.read_bytes() for path in sorted(folder.iterdir())]
+    (dicom / "seed-series-in-order").write_bytes(SERIES_SEPARATOR.join(slices))
+    (dicom / "seed-series-reversed").write_bytes(SERIES_SEPARATOR.join(reversed(slices)))
+    other = top.parent / "build" / "fuzz-seed-dicom-other"
+    files.oblique_series(other, count=1, uid="1.2.826.0.1.3680043.8.498.8", shuffle=False)
+    (dicom / "seed-two-series").write_bytes(
+        SERIES_SEPARATOR.join(slices + [path.read_bytes() for path in sorted(other.iterdir())]))
 
     probe = corpus("format_probe_fuzzer")
     for source in [nifti / "seed-oblique-int16.nii.gz", stacks / "seed-tiles.tif", meta / "seed-local.mha",

@@ -32,7 +32,15 @@ namespace tarv::formats {
 
 namespace {
 
-bool rowsBottomUp(FileFormat format) { return format == FileFormat::png || format == FileFormat::jpeg; }
+// VTK's PNG and JPEG readers give the file's last row first.
+bool readerReversesRows(FileFormat format) { return format == FileFormat::png || format == FileFormat::jpeg; }
+
+// So do their writers, and VTK's TIFF writer for an image of one plane (not for a volume, nor
+// does its reader reverse rows): rows are reversed before such writes, so that the file's first
+// row is y = 0 whatever reads it.
+bool writerReversesRows(FileFormat format, const DatasetCoordinates& size) {
+  return readerReversesRows(format) || (format == FileFormat::vtkTiff && size.z == 1);
+}
 
 std::unique_ptr<VTKDatasetFileReadWrite> classFor(FileFormat format) {
   switch (format) {
@@ -201,7 +209,7 @@ Result<DatasetHandle> readVtkImageFile(const std::string& path, FileFormat forma
   vtkAlgorithm* reader = newReader(format);
   setFileName(reader, path);
   Result<vtkImageData*> image = runVtkReader(reader);
-  Result<DatasetHandle> dataset = image.ok() ? datasetOfImage(*image, rowsBottomUp(format)) : Result<DatasetHandle>(image.status());
+  Result<DatasetHandle> dataset = image.ok() ? datasetOfImage(*image, readerReversesRows(format)) : Result<DatasetHandle>(image.status());
   reader->Delete();
   return dataset;
 }
@@ -209,7 +217,7 @@ Result<DatasetHandle> readVtkImageFile(const std::string& path, FileFormat forma
 Status writeVtkImageFile(Dataset* dataset, const std::string& path, FileFormat format) {
   DatasetHandle flipped;
   Dataset* data = dataset;
-  if (rowsBottomUp(format)) {
+  if (writerReversesRows(format, dataset->getSize())) {
     Result<DatasetHandle> rows = flippedRows(dataset);
     if (!rows.ok()) return rows.status();
     flipped = *rows;

@@ -65,12 +65,20 @@ TEST(FormatRegistry, ElementTypesAndShapes) {
             "PNG holds one plane; the data has 2");
 }
 
+// Elements that differ between two datasets of the same size.
+int differingElements(Dataset& a, Dataset& b) {
+  int differing = 0;
+  for (auto it = a.getStartCoordinatesIterator(); it.valid; a.incrementCoordinatesIterator(it))
+    if (a.getElement<double>(it) != b.getElement<double>(static_cast<const DatasetCoordinates&>(it))) ++differing;
+  return differing;
+}
+
 TEST(FormatRegistry, WritesAndReadsEveryFormat) {
   TemporaryDirectory dir;
   Dataset d(true);
   d.newDataset(DatasetCoordinates(5, 4, 1, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_CHAR, DatasetWorldEmbedding());
   for (auto it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
-    d.setElement<double>(it, 10 + it.x);
+    d.setElement<double>(it, 10 + it.x + 5 * it.y);
   for (const formats::FormatDescription& format : formats::formatTable()) {
     SCOPED_TRACE(format.name);
     if (!format.writes) {
@@ -92,9 +100,33 @@ TEST(FormatRegistry, WritesAndReadsEveryFormat) {
       ASSERT_TRUE(opened.ok()) << opened.status().toString();
       Dataset* back = GetRawPtr(opened->handle);
       EXPECT_EQ(opened->lazy, lazy && format.readsLazily);
-      EXPECT_EQ(back->getSize(), d.getSize());
-      EXPECT_EQ(back->getElement<double>(DatasetCoordinates(4, 3, 0, 0, 0)), 14.0);
+      ASSERT_EQ(back->getSize(), d.getSize());
+      // JPEG is lossy.
+      if (format.format != FileFormat::jpeg) EXPECT_EQ(differingElements(d, *back), 0) << "elements that differ";
       EXPECT_TRUE(formats::blockReadStatus(back).ok());
+    }
+  }
+}
+
+// The first row of a TIFF file written through VTK is y = 0, as libtiff reads it, for one plane
+// (which VTK's writer would store last row first) as for a volume.
+TEST(FormatRegistry, TiffThroughVtkKeepsRowsInOrder) {
+  TemporaryDirectory dir;
+  for (int planes : {1, 3}) {
+    SCOPED_TRACE(std::to_string(planes) + " planes");
+    Dataset d(true);
+    d.newDataset(DatasetCoordinates(6, 5, planes, 1, 1), TARV_ELEMENT_TYPE_UNSIGNED_SHORT_INT, DatasetWorldEmbedding());
+    for (auto it = d.getStartCoordinatesIterator(); it.valid; d.incrementCoordinatesIterator(it))
+      d.setElement<double>(it, it.x + 10 * it.y + 100 * it.z);
+    const std::string path = dir.file("a" + std::to_string(planes) + ".tif");
+    ASSERT_TRUE(formats::writeDatasetFile(&d, path, FileFormat::vtkTiff, formats::RawLayout()).ok());
+    formats::ReadRequest request;
+    for (FileFormat format : {FileFormat::vtkTiff, FileFormat::tiffStack}) {
+      request.format = format;
+      Result<formats::OpenedFile> opened = formats::readDatasetFile(path, request);
+      ASSERT_TRUE(opened.ok()) << opened.status().toString();
+      ASSERT_EQ(GetRawPtr(opened->handle)->getSize(), d.getSize());
+      EXPECT_EQ(differingElements(d, *GetRawPtr(opened->handle)), 0) << formats::describeFormat(format).name;
     }
   }
 }
