@@ -1,10 +1,13 @@
 #include "formats/DicomStructure.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+
+#include <gdcmPhotometricInterpretation.h>
 
 #include "formats/FileStatus.h"
 
@@ -187,6 +190,7 @@ public:
     if (after > end)
       return corruptError("element " + tagText(h.group, h.element) + " of " + std::to_string(h.length) +
                           " bytes runs past the end of " + enclosure(end));
+    if (depth == 0) notePalette(h, value);
     if (sequence || (unknown && startsWithItem(value, after, inner))) {
       Result<std::int64_t> inside = items(value, after, inner, depth + 1, false);
       if (!inside.ok()) return inside.status();
@@ -325,11 +329,28 @@ public:
     return okStatus();
   }
 
+  // GDCM asserts on palette colour images whose palettes are missing or do not fit their
+  // descriptors; the series reader does not read palette images, so none reaches GDCM.
+  Status checkPalette() const {
+    if (paletteImage) return unsupportedError("PALETTE COLOR images (colours from palettes) are not read");
+    return okStatus();
+  }
+
 private:
+  // Notes whether the top-level data set's photometric interpretation is one that GDCM reads as
+  // a palette (it takes abbreviations of the name too).
+  void notePalette(const ElementHeader& h, std::int64_t value) {
+    if (h.group != 0x0028 || h.element != 0x0004) return;
+    std::array<char, 17> text{};
+    if (!readAt(value, text.data(), std::min<std::size_t>(h.length, 16))) return;
+    paletteImage = gdcm::PhotometricInterpretation::GetPIType(text.data()) == gdcm::PhotometricInterpretation::PALETTE_COLOR;
+  }
+
   std::ifstream& in;
   std::int64_t size;
   // Bits allocated, stored and high bit of the top-level data set; -1 when absent.
   int bits[3] = {-1, -1, -1};
+  bool paletteImage = false;
 };
 
 Result<Syntax> syntaxOf(const std::string& transferSyntax, Syntax assumed) {
@@ -366,6 +387,7 @@ Result<DicomStructure> checkDicomStructure(const std::string& path) {
   Result<std::int64_t> end = walker.dataSet(*meta, size, *syntax, 0, false);
   if (!end.ok()) return end.status();
   if (Status bits = walker.checkBits(); !bits.ok()) return bits;
+  if (Status palette = walker.checkPalette(); !palette.ok()) return palette;
   return DicomStructure::wellFormed;
 }
 

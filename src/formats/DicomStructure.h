@@ -25,6 +25,7 @@ enum class DicomStructure {
 // values GDCM does not take, elements GDCM reads as typed values (positions, spacings, rescaling,
 // UIDs) given another value representation, sequences nested more than
 // 32 deep, or a deflated transfer syntax (its elements cannot be walked without inflating them).
+// Palette colour images are refused as unsupported.
 Result<DicomStructure> checkDicomStructure(const std::string& path);
 
 }  // namespace tarv::formats

@@ -262,8 +262,18 @@ Result<DatasetHandle> readMetaImageFile(const std::string& path) {
     if (!std::isfinite(origin[k]) || !(spacing[k] > 0.0) || !std::isfinite(spacing[k]))
       return corruptError("a MetaImage header with spacing " + std::to_string(spacing[k]) + " or a position that is not finite");
   }
-  for (int axis = 0; axis < std::min(dimensions, 3); ++axis)
-    for (int k = 0; k < std::min(dimensions, 3); ++k) orientation(k, axis) = image.TransformMatrix(axis, k);
+  // A direction's length scales its axis: kept in the spacing, so that voxels land where the file
+  // places them and directions are unit vectors.
+  for (int axis = 0; axis < std::min(dimensions, 3); ++axis) {
+    double length = 0.0;
+    for (int k = 0; k < std::min(dimensions, 3); ++k) length += image.TransformMatrix(axis, k) * image.TransformMatrix(axis, k);
+    length = std::sqrt(length);
+    const double scaled = spacing[axis] * length;
+    if (!(scaled > 0.0) || !std::isfinite(scaled))
+      return corruptError("a MetaImage header whose direction of axis " + std::to_string(axis) + " has no length");
+    spacing[axis] = scaled;
+    for (int k = 0; k < std::min(dimensions, 3); ++k) orientation(k, axis) = image.TransformMatrix(axis, k) / length;
+  }
 
   auto* dataset = new Dataset(true);
   DatasetHandle handle(dataset);

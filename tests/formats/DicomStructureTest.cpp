@@ -133,6 +133,29 @@ TEST(DicomStructure, UnknownRepresentationsDeepNestingAndDeflatedFilesAreRefused
 }
 
 // The series reader refuses a malformed file with the walk's reason, naming the element.
+// GDCM takes abbreviations of PALETTE COLOR, and asserts on palettes that are missing or do not
+// fit their descriptors; palette images are not read.
+TEST(DicomStructure, PaletteImagesAreRefused) {
+  TemporaryDirectory dir;
+  const std::string descriptor = u16(4) + u16(0) + u16(16);
+  std::string palettes;
+  for (std::uint16_t k = 0; k < 3; ++k)
+    palettes += element(0x0028, static_cast<std::uint16_t>(0x1101 + k), "US", descriptor);
+  for (std::uint16_t k = 0; k < 3; ++k)
+    palettes += element(0x0028, static_cast<std::uint16_t>(0x1201 + k), "OW", std::string(8, '\1'));
+  for (const std::string photometric : {"PALETTE COLOR ", "PALETTE ", "P ", "PAL "}) {
+    SCOPED_TRACE(photometric);
+    const std::string palette = element(0x0028, 0x0004, "CS", photometric);
+    for (const std::string& rest : {std::string(), palettes}) {
+      const Result<DicomStructure> checked = check(dir, fileWith(palette + rest));
+      EXPECT_EQ(reason(checked), "PALETTE COLOR images (colours from palettes) are not read");
+      EXPECT_EQ(checked.status().code(), StatusCode::unsupported);
+    }
+  }
+  for (const std::string photometric : {"MONOCHROME2 ", "RGB ", "M ", "YBR_FULL"})
+    EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0004, "CS", photometric)))), "accepted") << photometric;
+}
+
 TEST(DicomStructure, TheSeriesReaderRefusesMalformedFilesBeforeGdcmReadsThem) {
   TemporaryDirectory dir;
   const std::string path = dir.file("bad.dcm");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <string>
 
 #include "FormatTestSupport.h"
 #include "core/Vector3D.h"
@@ -12,6 +13,11 @@ namespace tarv {
 namespace {
 
 using testing::TemporaryDirectory;
+
+// A MetaImage file of four int16 voxels with the header lines given.
+std::string fourVoxels(const std::string& lines) {
+  return "ObjectType = Image\n" + lines + "ElementType = MET_SHORT\nElementDataFile = LOCAL\n" + std::string(8, '\1');
+}
 
 TEST(MetaImageFormat, EveryHeldElementTypeRoundTripsExactly) {
   TemporaryDirectory dir;
@@ -39,6 +45,27 @@ TEST(MetaImageFormat, AnyFileNameIsWrittenInPlace) {
   EXPECT_TRUE(std::filesystem::exists(dir.file(".out.mha.tmp-123")));
   EXPECT_FALSE(std::filesystem::exists(dir.file(".out.mha.tmp-123.mha")));
   EXPECT_TRUE(formats::readMetaImageFile(dir.file(".out.mha.tmp-123")).ok());
+}
+
+// Directions longer than one scale their axis (the spacing takes the length); directions without
+// length place no voxel and are refused.
+TEST(MetaImageFormat, DirectionLengthsGoToTheSpacing) {
+  TemporaryDirectory dir;
+  testing::writeBytes(dir.file("long.mha"), fourVoxels("NDims = 2\nDimSize = 2 2\nElementSpacing = 0.5 3\n"
+                                                       "TransformMatrix = 0 2 -1 0\nOffset = 1 2\n"));
+  Result<DatasetHandle> read = formats::readMetaImageFile(dir.file("long.mha"));
+  ASSERT_TRUE(read.ok()) << read.status().toString();
+  const TransformationMatrix& m = GetRawPtr(*read)->getWorldEmbedding().getVoxel2WorldMatrix();
+  // Voxel (1, 0) is 0.5 x (0, 2) from the offset, voxel (0, 1) 3 x (-1, 0).
+  EXPECT_DOUBLE_EQ(m(0, 0), 0.0);
+  EXPECT_DOUBLE_EQ(m(1, 0), 1.0);
+  EXPECT_DOUBLE_EQ(m(0, 1), -3.0);
+  EXPECT_DOUBLE_EQ(m(1, 1), 0.0);
+  EXPECT_DOUBLE_EQ(GetRawPtr(*read)->getWorldEmbedding().getVoxelSpacing().x, 1.0);
+
+  testing::writeBytes(dir.file("none.mha"), fourVoxels("NDims = 1\nDimSize = 4\nTransformMatrix = 0\n"));
+  EXPECT_EQ(formats::readMetaImageFile(dir.file("none.mha")).status().message(),
+            "a MetaImage header whose direction of axis 0 has no length");
 }
 
 }  // namespace
