@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -211,6 +212,19 @@ void compareLazyRead(const std::string& path, const std::string& dicomSeries, Da
   Dataset* lazy = GetRawPtr(opened->handle);
   if (lazy->getSize() != whole.getSize() || lazy->getElementType() != whole.getElementType())
     fuzz::fail("the lazy read has another shape or element type than the whole read");
+  // Both read the same header: the same geometry, bit for bit.
+  const TransformationMatrix& a = lazy->getWorldEmbedding().getVoxel2WorldMatrix();
+  const TransformationMatrix& b = whole.getWorldEmbedding().getVoxel2WorldMatrix();
+  for (int row = 0; row < 4; ++row)
+    for (int column = 0; column < 4; ++column) {
+      const double fromLazy = a(row, column);
+      const double fromWhole = b(row, column);
+      if (std::memcmp(&fromLazy, &fromWhole, sizeof(double)) != 0) {
+        std::fprintf(stderr, "voxel-to-world (%d, %d): whole read %.17g, lazy read %.17g\n", row, column, fromWhole,
+                     fromLazy);
+        fuzz::fail("the lazy read has another geometry than the whole read");
+      }
+    }
   for (auto it = whole.getStartCoordinatesIterator(); it.valid; whole.incrementCoordinatesIterator(it)) {
     const double a = whole.getElement<double>(it);
     // By coordinates: an iterator's linear index belongs to the dataset it walks.

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <string>
+#include <string_view>
 
 #include <gdcmPhotometricInterpretation.h>
 
@@ -61,20 +63,74 @@ constexpr FixedSizeElement kFixedSizeElements[] = {
     {0x0054, 0x0051, 2, false}, {0x0054, 0x0081, 2, false}};
 
 // Elements GDCM reads as typed attributes, asserting (and so aborting) when the file gives them
-// another value representation.
+// another value representation. Decimal and integer strings must hold as many numbers as GDCM
+// reads from them (values: 0 for any number), each a number: GDCM leaves what it cannot parse
+// unset, and gives back whatever its memory held.
 struct TypedElement {
   std::uint16_t group;
   std::uint16_t element;
   char vr[3];
+  int values = 0;
 };
 constexpr TypedElement kTypedElements[] = {
-    {0x0002, 0x0000, "UL"}, {0x0002, 0x0001, "OB"}, {0x0002, 0x0002, "UI"}, {0x0002, 0x0003, "UI"},
-    {0x0002, 0x0010, "UI"}, {0x0002, 0x0012, "UI"}, {0x0002, 0x0013, "SH"}, {0x0008, 0x0008, "CS"}, {0x0008, 0x0016, "UI"}, {0x0008, 0x0060, "CS"}, {0x0018, 0x0050, "DS"},
-    {0x0018, 0x0088, "DS"}, {0x0018, 0x1164, "DS"}, {0x0018, 0x2010, "DS"}, {0x0020, 0x000d, "UI"},
-    {0x0020, 0x000e, "UI"}, {0x0020, 0x0013, "IS"}, {0x0020, 0x0032, "DS"}, {0x0020, 0x0037, "DS"},
-    {0x0028, 0x0004, "CS"}, {0x0028, 0x0008, "IS"}, {0x0028, 0x0030, "DS"}, {0x0028, 0x0034, "IS"},
-    {0x0028, 0x1050, "DS"}, {0x0028, 0x1051, "DS"}, {0x0028, 0x1052, "DS"}, {0x0028, 0x1053, "DS"},
-    {0x0028, 0x1054, "LO"}, {0x3004, 0x000c, "DS"}};
+    {0x0002, 0x0000, "UL"}, {0x0002, 0x0001, "OB"},    {0x0002, 0x0002, "UI"},    {0x0002, 0x0003, "UI"},
+    {0x0002, 0x0010, "UI"}, {0x0002, 0x0012, "UI"},    {0x0002, 0x0013, "SH"},    {0x0008, 0x0008, "CS"},
+    {0x0008, 0x0016, "UI"}, {0x0008, 0x0060, "CS"},    {0x0018, 0x0050, "DS", 1}, {0x0018, 0x0088, "DS", 1},
+    {0x0018, 0x1164, "DS", 2}, {0x0018, 0x2010, "DS", 2}, {0x0020, 0x000d, "UI"}, {0x0020, 0x000e, "UI"},
+    {0x0020, 0x0013, "IS", 1}, {0x0020, 0x0032, "DS", 3}, {0x0020, 0x0037, "DS", 6}, {0x0028, 0x0004, "CS"},
+    {0x0028, 0x0008, "IS", 1}, {0x0028, 0x0030, "DS", 2}, {0x0028, 0x0034, "IS", 2}, {0x0028, 0x1050, "DS"},
+    {0x0028, 0x1051, "DS"}, {0x0028, 0x1052, "DS", 1}, {0x0028, 0x1053, "DS", 1}, {0x0028, 0x1054, "LO"},
+    {0x3004, 0x000c, "DS"}};
+
+// Longest decimal or integer string read.
+constexpr std::uint32_t kLongestNumberList = 65536;
+
+// Whether text (one value, spaces around it allowed) is a number of the representation: an
+// optionally signed integer, or for DS a decimal with an optional exponent.
+bool isNumber(std::string_view text, bool decimal) {
+  while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
+  while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
+  std::size_t k = 0;
+  const auto digits = [&] {
+    const std::size_t start = k;
+    while (k < text.size() && text[k] >= '0' && text[k] <= '9') ++k;
+    return k - start;
+  };
+  if (k < text.size() && (text[k] == '+' || text[k] == '-')) ++k;
+  std::size_t mantissa = digits();
+  if (decimal && k < text.size() && text[k] == '.') {
+    ++k;
+    mantissa += digits();
+  }
+  if (mantissa == 0) return false;
+  if (decimal && k < text.size() && (text[k] == 'e' || text[k] == 'E')) {
+    ++k;
+    if (k < text.size() && (text[k] == '+' || text[k] == '-')) ++k;
+    if (digits() == 0) return false;
+  }
+  return k == text.size();
+}
+
+// Why a decimal or integer string is not the numbers it should hold; empty when it is (or is
+// empty: absent values are GDCM's to default).
+std::string numberListProblem(std::string_view text, const TypedElement& typed) {
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.remove_suffix(1);
+  if (text.find_first_not_of(' ') == std::string_view::npos) return {};
+  const bool decimal = typed.vr[0] == 'D';
+  int count = 0;
+  for (std::size_t start = 0;; ++count) {
+    const std::size_t end = text.find('\\', start);
+    if (!isNumber(text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start), decimal))
+      return std::string("value ") + std::to_string(count + 1) + " is not " + (decimal ? "a decimal number" : "an integer");
+    if (end == std::string_view::npos) break;
+    start = end + 1;
+  }
+  ++count;
+  if (typed.values > 0 && count != typed.values)
+    return std::to_string(count) + " value" + (count == 1 ? "" : "s") + " where " + std::to_string(typed.values) +
+           (typed.values == 1 ? " is read" : " are read");
+  return {};
+}
 
 std::string tagText(std::uint16_t group, std::uint16_t element) {
   char text[16];
@@ -191,6 +247,7 @@ public:
       return corruptError("element " + tagText(h.group, h.element) + " of " + std::to_string(h.length) +
                           " bytes runs past the end of " + enclosure(end));
     if (depth == 0) notePalette(h, value);
+    if (Status numbers = checkNumbers(h, value); !numbers.ok()) return numbers;
     if (sequence || (unknown && startsWithItem(value, after, inner))) {
       Result<std::int64_t> inside = items(value, after, inner, depth + 1, false);
       if (!inside.ok()) return inside.status();
@@ -204,6 +261,24 @@ public:
           (h.vr[0] != typed.vr[0] || h.vr[1] != typed.vr[1]))
         return corruptError("element " + tagText(h.group, h.element) + " has the value representation " +
                             std::string(h.vr, 2) + ", not " + typed.vr);
+    return okStatus();
+  }
+
+  // A decimal or integer string that GDCM reads as numbers holds them.
+  Status checkNumbers(const ElementHeader& h, std::int64_t value) {
+    for (const TypedElement& typed : kTypedElements) {
+      if (typed.group != h.group || typed.element != h.element) continue;
+      if (!((typed.vr[0] == 'D' || typed.vr[0] == 'I') && typed.vr[1] == 'S')) return okStatus();
+      if (h.length > kLongestNumberList)
+        return unsupportedError("element " + tagText(h.group, h.element) + " holds " + std::to_string(h.length) +
+                                " bytes of numbers");
+      std::string text(h.length, '\0');
+      if (!readAt(value, text.data(), text.size()))
+        return corruptError("element " + tagText(h.group, h.element) + " cannot be read");
+      if (const std::string problem = numberListProblem(text, typed); !problem.empty())
+        return corruptError("element " + tagText(h.group, h.element) + " (" + typed.vr + "): " + problem);
+      return okStatus();
+    }
     return okStatus();
   }
 

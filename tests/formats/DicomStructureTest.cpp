@@ -156,6 +156,34 @@ TEST(DicomStructure, PaletteImagesAreRefused) {
     EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0004, "CS", photometric)))), "accepted") << photometric;
 }
 
+// GDCM leaves numbers it cannot parse unset (their memory's leftovers come back as spacings and
+// directions), so the numbers of the elements it reads must parse, and be as many as it reads.
+TEST(DicomStructure, NumbersGdcmReadsMustParse) {
+  TemporaryDirectory dir;
+  const auto spacing = [&](const std::string& text) {
+    return reason(check(dir, fileWith(element(0x0028, 0x0030, "DS", text))));
+  };
+  EXPECT_EQ(spacing("0.75\\0.5 "), "accepted");
+  EXPECT_EQ(spacing(" .75\\+5.E-1"), "accepted");
+  EXPECT_EQ(spacing(""), "accepted");
+  EXPECT_EQ(spacing("\xd4.75\\0.5 "), "element (0028,0030) (DS): value 1 is not a decimal number");
+  EXPECT_EQ(spacing("0.75\\"), "element (0028,0030) (DS): value 2 is not a decimal number");
+  EXPECT_EQ(spacing("0.75\\1e"), "element (0028,0030) (DS): value 2 is not a decimal number");
+  EXPECT_EQ(spacing("nan\\1 "), "element (0028,0030) (DS): value 1 is not a decimal number");
+  EXPECT_EQ(spacing("0.75"), "element (0028,0030) (DS): 1 value where 2 are read");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0020, 0x0037, "DS", "1\\0\\0\\0\\1\\-0.30@990")))),
+            "element (0020,0037) (DS): value 6 is not a decimal number");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0020, 0x0013, "IS", "2.5 ")))),
+            "element (0020,0013) (IS): value 1 is not an integer");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "1\\2 ")))),
+            "element (0028,1053) (DS): 2 values where 1 is read");
+  // Implicit syntax: the representation is the element's own.
+  EXPECT_EQ(reason(check(dir, fileWith(tag(0x0028, 0x0030) + u32(4) + "1\\x ", "1.2.840.10008.1.2"))),
+            "element (0028,0030) (DS): value 2 is not a decimal number");
+  // Any number of window centres.
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1050, "DS", "40\\400\\50 ")))), "accepted");
+}
+
 TEST(DicomStructure, TheSeriesReaderRefusesMalformedFilesBeforeGdcmReadsThem) {
   TemporaryDirectory dir;
   const std::string path = dir.file("bad.dcm");
