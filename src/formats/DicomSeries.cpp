@@ -407,6 +407,11 @@ Status readSlicePixels(const SeriesPlan& plan, std::size_t z, unsigned char* tar
   if (image.GetBufferLength() != expected)
     return corruptError(file + ": pixel data of " + std::to_string(image.GetBufferLength()) + " bytes, not " +
                         std::to_string(expected));
+  // Native pixel data shorter than the image: GDCM would copy the image's length from it.
+  if (const gdcm::ByteValue* stored = image.GetDataElement().GetByteValue();
+      stored != nullptr && stored->GetLength() < expected)
+    return corruptError(file + ": pixel data of " + std::to_string(stored->GetLength()) + " bytes where the image needs " +
+                        std::to_string(expected));
   std::vector<char> buffer(expected);
   if (!image.GetBuffer(buffer.data())) return corruptError(file + ": pixel data GDCM cannot decode");
   storePixels(buffer, first, sampleBytes, target, 0);
