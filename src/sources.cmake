@@ -48,6 +48,7 @@ set(TARV_DATASET_SOURCES
   formats/TiffStackFormat.cpp
   formats/ValueConversion.cpp
   formats/VtkImageFiles.cpp
+  formats/VtiStructure.cpp
   formats/ContiguousElements.cpp
   formats/SlabWriters.cpp
   formats/TiffMessages.cpp
@@ -208,6 +209,7 @@ set(TARV_INTERNAL_HEADERS
   formats/TiffMessages.h
   formats/TiffStackFormat.h
   formats/VtkImageFiles.h
+  formats/VtiStructure.h
   formats/VtkMessages.h
   bulk/PlainElements.h
   bulk/RowSupport.h

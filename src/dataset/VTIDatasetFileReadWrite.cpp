@@ -7,6 +7,7 @@
 #include "dataset/Dataset.h"
 #include "formats/FileStatus.h"
 #include "formats/VtkImageFiles.h"
+#include "formats/VtiStructure.h"
 #include "formats/VtkMessages.h"
 
 namespace tarv {
@@ -25,7 +26,7 @@ void VTIDatasetFileReadWrite::write(Dataset* dataset, int t) { (void)formats::wr
 
 Status formats::readVtiFile(VTIDatasetFileReadWrite& file, Dataset* dataset, int t) {
   vtkXMLImageDataReader* reader = file.getReader();
-  if (Status extents = checkVtiExtents(file.getFileName()); !extents.ok()) return extents;
+  if (Status structure = checkVtiStructure(file.getFileName()); !structure.ok()) return structure;
   return readImageWithVtk(reader, reader->CanReadFile(file.getFileName().c_str()) != 0, "VTK XML image data", dataset,
                           t);
 }

@@ -457,6 +457,8 @@ Result<DicomStructure> checkDicomStructure(const std::string& path) {
   std::string transferSyntax;
   Result<std::int64_t> meta = walker.metaGroup(offset, assumed, transferSyntax);
   if (!meta.ok()) return meta.status();
+  // GDCM asserts on a file that ends with its file meta group.
+  if (*meta >= size) return corruptError("a DICOM file without a data set after its file meta group");
   Result<Syntax> syntax = syntaxOf(transferSyntax, assumed);
   if (!syntax.ok()) return syntax.status();
   Result<std::int64_t> end = walker.dataSet(*meta, size, *syntax, 0, false);

@@ -11,14 +11,9 @@
 #include <vtkTIFFReader.h>
 #include <vtkXMLImageDataReader.h>
 
-#include <array>
 #include <cstring>
-#include <fstream>
 #include <memory>
-#include <optional>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "dataset/JPEGDatasetFileReadWrite.h"
 #include "dataset/PNGDatasetFileReadWrite.h"
@@ -26,6 +21,7 @@
 #include "dataset/VTIDatasetFileReadWrite.h"
 #include "formats/FileStatus.h"
 #include "formats/VtkMessages.h"
+#include "formats/VtiStructure.h"
 #include "vtkbridge/VtkScalarTypes.h"
 
 namespace tarv::formats {
@@ -140,59 +136,6 @@ Result<DatasetHandle> flippedRows(Dataset* dataset) {
 
 }  // namespace
 
-namespace {
-
-// The six integers of attribute name in the XML tag that starts at tag; empty when absent, an error
-// when malformed.
-Result<std::optional<std::array<long long, 6>>> extentAttribute(const std::string& text, std::size_t tag,
-                                                                 const std::string& name) {
-  const std::size_t end = text.find('>', tag);
-  const std::string key = " " + name + "=\"";
-  const std::size_t at = text.find(key, tag);
-  if (at == std::string::npos || at > end) return std::optional<std::array<long long, 6>>();
-  const std::size_t close = text.find('"', at + key.size());
-  if (close == std::string::npos) return corruptError("a VTK image data file whose " + name + " cannot be read");
-  std::istringstream values(text.substr(at + key.size(), close - at - key.size()));
-  std::array<long long, 6> extent{};
-  for (long long& value : extent)
-    if (!(values >> value)) return corruptError("a VTK image data file whose " + name + " cannot be read");
-  return std::optional<std::array<long long, 6>>(extent);
-}
-
-}  // namespace
-
-Status checkVtiExtents(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return okStatus();
-  // The XML part: up to the appended data, at most 16 MB.
-  std::string text;
-  std::string line;
-  while (text.size() < (std::size_t{16} << 20) && std::getline(in, line)) {
-    text += line;
-    text += '\n';
-    if (line.find("<AppendedData") != std::string::npos) break;
-  }
-  const std::size_t image = text.find("<ImageData");
-  if (image == std::string::npos) return okStatus();
-  Result<std::optional<std::array<long long, 6>>> whole = extentAttribute(text, image, "WholeExtent");
-  if (!whole.ok()) return whole.status();
-  if (!*whole) return okStatus();
-  std::vector<std::array<long long, 6>> pieces;
-  for (std::size_t piece = text.find("<Piece", image); piece != std::string::npos; piece = text.find("<Piece", piece + 1)) {
-    Result<std::optional<std::array<long long, 6>>> extent = extentAttribute(text, piece, "Extent");
-    if (!extent.ok()) return extent.status();
-    if (!*extent) continue;
-    for (int k = 0; k < 6; k += 2)
-      if ((**extent)[k] < (**whole)[k] || (**extent)[k + 1] > (**whole)[k + 1])
-        return corruptError("a VTK image data file with a piece outside its whole extent");
-    pieces.push_back(**extent);
-  }
-  // It also leaks when the one piece leaves part of the whole extent uncovered.
-  if (pieces.size() == 1 && pieces.front() != **whole)
-    return corruptError("a VTK image data file whose piece does not cover its whole extent");
-  return okStatus();
-}
-
 Result<DatasetHandle> readVtkImageFile(const std::string& path, FileFormat format) {
   // The class of the format checks the file first; its refusals stand. A .vti file is checked
   // here, to name what it holds that cannot be read.
@@ -204,7 +147,7 @@ Result<DatasetHandle> readVtkImageFile(const std::string& path, FileFormat forma
   } else {
     vtkNew<vtkXMLImageDataReader> probe;
     if (probe->CanReadFile(path.c_str()) == 0) return corruptError("not a readable VTK image data file");
-    if (Status extents = checkVtiExtents(path); !extents.ok()) return extents;
+    if (Status structure = checkVtiStructure(path); !structure.ok()) return structure;
   }
   vtkAlgorithm* reader = newReader(format);
   setFileName(reader, path);

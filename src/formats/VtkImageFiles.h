@@ -19,11 +19,6 @@ namespace tarv::formats {
 // format: vtkTiff, png, jpeg or vti.
 Result<DatasetHandle> readVtkImageFile(const std::string& path, FileFormat format);
 
-// VTK's XML image reader leaks the arrays of a piece whose extent lies outside the whole extent,
-// or of a single piece that does not cover it: a .vti file's pieces are checked against it first
-// (ok when the file has no whole extent; VTK then decides).
-Status checkVtiExtents(const std::string& path);
-
 // Time step 0 of the dataset; PNG and JPEG rows flipped so that row 0 is the image's top.
 Status writeVtkImageFile(Dataset* dataset, const std::string& path, FileFormat format);
 

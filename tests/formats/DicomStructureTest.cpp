@@ -74,6 +74,7 @@ TEST(DicomStructure, WellFormedFilesAndOtherFiles) {
   EXPECT_EQ(check(dir, tag(0x0002, 0x0000) + u32(0)).value(), DicomStructure::notDicom);
   EXPECT_EQ(reason(check(dir, std::string(128, '\0') + "DICM" + element(0x0002, 0x0010, "UI", "1.2.840.10008.1.2\0"))),
             "a file meta group without a media storage SOP class");
+  EXPECT_EQ(reason(check(dir, fileWith(""))), "a DICOM file without a data set after its file meta group");
 }
 
 TEST(DicomStructure, LengthsPastTheirEnclosureAreRefusedAtOnce) {
