@@ -246,7 +246,10 @@ public:
     if (after > end)
       return corruptError("element " + tagText(h.group, h.element) + " of " + std::to_string(h.length) +
                           " bytes runs past the end of " + enclosure(end));
-    if (depth == 0) notePalette(h, value);
+    if (depth == 0) {
+      notePalette(h, value);
+      if (Status code = checkRecognitionCode(h, value); !code.ok()) return code;
+    }
     if (Status numbers = checkNumbers(h, value); !numbers.ok()) return numbers;
     if (sequence || (unknown && startsWithItem(value, after, inner))) {
       Result<std::int64_t> inside = items(value, after, inner, depth + 1, false);
@@ -261,6 +264,16 @@ public:
           (h.vr[0] != typed.vr[0] || h.vr[1] != typed.vr[1]))
         return corruptError("element " + tagText(h.group, h.element) + " has the value representation " +
                             std::string(h.vr, 2) + ", not " + typed.vr);
+    return okStatus();
+  }
+
+  // GDCM asserts that a recognition code (retired) names ACR-NEMA.
+  Status checkRecognitionCode(const ElementHeader& h, std::int64_t value) {
+    if (h.group != 0x0008 || h.element != 0x0010) return okStatus();
+    char text[8] = {};
+    const bool read = readAt(value, text, std::min<std::size_t>(h.length, sizeof text));
+    if (!read || (std::strncmp(text, "ACR-NEMA", 8) != 0 && std::strncmp(text, "ACRNEMA", 7) != 0))
+      return corruptError("element (0008,0010) (recognition code) does not name ACR-NEMA");
     return okStatus();
   }
 

@@ -75,6 +75,12 @@ TEST(DicomStructure, WellFormedFilesAndOtherFiles) {
   EXPECT_EQ(reason(check(dir, std::string(128, '\0') + "DICM" + element(0x0002, 0x0010, "UI", "1.2.840.10008.1.2\0"))),
             "a file meta group without a media storage SOP class");
   EXPECT_EQ(reason(check(dir, fileWith(""))), "a DICOM file without a data set after its file meta group");
+  // GDCM asserts on a recognition code (retired) that does not name ACR-NEMA.
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0008, 0x0010, "SH", "ACR-NEMA 2.0")))), "accepted");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0008, 0x0010, "US", u16(244))))),
+            "element (0008,0010) (recognition code) does not name ACR-NEMA");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0008, 0x0010, "SH", "")))),
+            "element (0008,0010) (recognition code) does not name ACR-NEMA");
 }
 
 TEST(DicomStructure, LengthsPastTheirEnclosureAreRefusedAtOnce) {
