@@ -47,20 +47,26 @@ bool isKnownVr(const char vr[2]) {
 }
 
 // Elements of the image pixel and multi-frame modules that GDCM reads as binary values of a fixed
-// size, asserting (and so aborting) on any other size or value representation: US or SS values
-// of exactly length bytes, or AT values (length bytes each, at least one).
+// size, asserting (and so aborting) on any other size or value representation: US values (US or
+// SS where the standard allows both) of exactly length bytes, or AT values (length bytes each, at
+// least one).
+enum class BinaryForm { us, usOrSs, at };
 struct FixedSizeElement {
   std::uint16_t group;
   std::uint16_t element;
   std::uint32_t length;
-  bool tags;
+  BinaryForm form;
 };
 constexpr FixedSizeElement kFixedSizeElements[] = {
-    {0x0028, 0x0002, 2, false}, {0x0028, 0x0006, 2, false}, {0x0028, 0x0009, 4, true},  {0x0028, 0x0010, 2, false},
-    {0x0028, 0x0011, 2, false}, {0x0028, 0x0100, 2, false}, {0x0028, 0x0101, 2, false}, {0x0028, 0x0102, 2, false},
-    {0x0028, 0x0103, 2, false}, {0x0028, 0x0106, 2, false}, {0x0028, 0x0107, 2, false}, {0x0028, 0x1101, 6, false},
-    {0x0028, 0x1102, 6, false}, {0x0028, 0x1103, 6, false}, {0x0054, 0x0011, 2, false}, {0x0054, 0x0021, 2, false},
-    {0x0054, 0x0051, 2, false}, {0x0054, 0x0081, 2, false}};
+    {0x0028, 0x0002, 2, BinaryForm::us},     {0x0028, 0x0006, 2, BinaryForm::us},
+    {0x0028, 0x0009, 4, BinaryForm::at},     {0x0028, 0x0010, 2, BinaryForm::us},
+    {0x0028, 0x0011, 2, BinaryForm::us},     {0x0028, 0x0100, 2, BinaryForm::us},
+    {0x0028, 0x0101, 2, BinaryForm::us},     {0x0028, 0x0102, 2, BinaryForm::us},
+    {0x0028, 0x0103, 2, BinaryForm::us},     {0x0028, 0x0106, 2, BinaryForm::usOrSs},
+    {0x0028, 0x0107, 2, BinaryForm::usOrSs}, {0x0028, 0x1101, 6, BinaryForm::usOrSs},
+    {0x0028, 0x1102, 6, BinaryForm::usOrSs}, {0x0028, 0x1103, 6, BinaryForm::usOrSs},
+    {0x0054, 0x0011, 2, BinaryForm::us},     {0x0054, 0x0021, 2, BinaryForm::us},
+    {0x0054, 0x0051, 2, BinaryForm::us},     {0x0054, 0x0081, 2, BinaryForm::us}};
 
 // Elements GDCM reads as typed attributes, asserting (and so aborting) when the file gives them
 // another value representation. Decimal and integer strings must hold as many numbers as GDCM
@@ -230,16 +236,18 @@ public:
     if (Status typed = checkTyped(h, syntax); !typed.ok()) return typed;
     for (const FixedSizeElement& fixed : kFixedSizeElements) {
       if (fixed.group != h.group || fixed.element != h.element) continue;
-      if (fixed.tags) {
+      if (fixed.form == BinaryForm::at) {
         const bool at = !syntax.explicitVr || (h.vr[0] == 'A' && h.vr[1] == 'T');
         if (!at || h.length == 0 || h.length % fixed.length != 0)
           return corruptError("element " + tagText(h.group, h.element) + " is not a list of AT values");
         continue;
       }
-      const bool binary = !syntax.explicitVr || (h.vr[0] == 'U' && h.vr[1] == 'S') || (h.vr[0] == 'S' && h.vr[1] == 'S');
+      const bool us = h.vr[0] == 'U' && h.vr[1] == 'S';
+      const bool ss = h.vr[0] == 'S' && h.vr[1] == 'S';
+      const bool binary = !syntax.explicitVr || us || (ss && fixed.form == BinaryForm::usOrSs);
       if (!binary || h.length != fixed.length)
         return corruptError("element " + tagText(h.group, h.element) + " is not a " + std::to_string(fixed.length) +
-                            "-byte US or SS value");
+                            "-byte " + (fixed.form == BinaryForm::us ? "US" : "US or SS") + " value");
       if (Status usable = checkPixelValue(h, value, syntax, depth); !usable.ok()) return usable;
     }
     const std::int64_t after = value + h.length;

@@ -118,9 +118,15 @@ TEST(DicomStructure, UnknownRepresentationsDeepNestingAndDeflatedFilesAreRefused
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0004, "Z9", "MONOCHROME2 ")))),
             "element (0028,0004) has an unknown value representation");
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0006, "CS", "MONOCHROME2 ")))),
-            "element (0028,0006) is not a 2-byte US or SS value");
+            "element (0028,0006) is not a 2-byte US value");
   EXPECT_EQ(reason(check(dir, fileWith(tag(0x0028, 0x0010) + u32(4) + u32(512), "1.2.840.10008.1.2"))),
-            "element (0028,0010) is not a 2-byte US or SS value");
+            "element (0028,0010) is not a 2-byte US value");
+  // GDCM takes SS only where the standard allows it.
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0100, "SS", u16(16))))),
+            "element (0028,0100) is not a 2-byte US value");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0106, "SS", u16(16))))), "accepted");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0106, "OB", u16(16))))),
+            "element (0028,0106) is not a 2-byte US or SS value");
   EXPECT_EQ(check(dir, fileWith(element(0x0028, 0x0010, "US", u16(512)))).value(), DicomStructure::wellFormed);
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x0002, "US", u16(7))))), "element (0028,0002) has the unusable value 7");
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1052, "DT", "-1024.0 ")))),
