@@ -199,7 +199,13 @@ Result<SliceLayout> layoutOf(const gdcm::Image& image, const std::string& file) 
   for (int k = 0; k < 3; ++k) {
     layout.spacing[k] = image.GetSpacing()[k];
     layout.origin[k] = image.GetOrigin()[k];
+    if (!std::isfinite(layout.origin[k])) return corruptError(file + ": an image position that is not finite");
   }
+  // The spacing between frames places voxels only in a multi-frame file.
+  for (int k = 0; k < (layout.frames > 1 ? 3 : 2); ++k)
+    if (!(layout.spacing[k] > 0.0) || !std::isfinite(layout.spacing[k]))
+      return corruptError(file + ": a " + (k < 2 ? "pixel" : "frame") + " spacing of " + std::to_string(layout.spacing[k]) +
+                          " (spacings are positive)");
   layout.slope = image.GetSlope();
   layout.intercept = image.GetIntercept();
   return layout;

@@ -207,25 +207,46 @@ TEST(DicomStructure, TheSeriesReaderRefusesMalformedFilesBeforeGdcmReadsThem) {
       << read.status().message();
 }
 
+// A 7 x 10 CT image of int16 pixels: the pixel spacing element given (empty: none) and pixel data
+// of the bytes given.
+std::string ctImage(const std::string& pixelSpacing, std::size_t pixelBytes) {
+  return fileWith(element(0x0008, 0x0016, "UI", std::string("1.2.840.10008.5.1.4.1.1.2\0", 26)) +
+                  element(0x0028, 0x0002, "US", u16(1)) + element(0x0028, 0x0004, "CS", "MONOCHROME2 ") +
+                  element(0x0028, 0x0010, "US", u16(10)) + element(0x0028, 0x0011, "US", u16(7)) +
+                  (pixelSpacing.empty() ? std::string() : element(0x0028, 0x0030, "DS", pixelSpacing)) +
+                  element(0x0028, 0x0100, "US", u16(16)) + element(0x0028, 0x0101, "US", u16(16)) +
+                  element(0x0028, 0x0102, "US", u16(15)) + element(0x0028, 0x0103, "US", u16(1)) +
+                  element(0x7fe0, 0x0010, "OW", std::string(pixelBytes, '\1')));
+}
+
 // Native pixel data shorter than rows x columns x samples: GDCM would copy the image's length
 // from it.
 TEST(DicomStructure, TheSeriesReaderRefusesPixelDataShorterThanTheImage) {
   TemporaryDirectory dir;
   const std::string path = dir.file("short.dcm");
-  const std::string image = element(0x0008, 0x0016, "UI", std::string("1.2.840.10008.5.1.4.1.1.2\0", 26)) +
-                            element(0x0028, 0x0002, "US", u16(1)) + element(0x0028, 0x0004, "CS", "MONOCHROME2 ") +
-                            element(0x0028, 0x0010, "US", u16(10)) + element(0x0028, 0x0011, "US", u16(7)) +
-                            element(0x0028, 0x0100, "US", u16(16)) + element(0x0028, 0x0101, "US", u16(16)) +
-                            element(0x0028, 0x0102, "US", u16(15)) + element(0x0028, 0x0103, "US", u16(1));
-  writeBytes(path, fileWith(image + element(0x7fe0, 0x0010, "OW", std::string(70, '\1'))));
+  writeBytes(path, ctImage("", 70));
   Result<DatasetHandle> read = formats::readDicomSeries(path, "");
   ASSERT_FALSE(read.ok());
   EXPECT_NE(read.status().message().find("pixel data of 70 bytes where the image needs 140"), std::string::npos)
       << read.status().message();
-  writeBytes(path, fileWith(image + element(0x7fe0, 0x0010, "OW", std::string(140, '\1'))));
+  writeBytes(path, ctImage("", 140));
   read = formats::readDicomSeries(path, "");
   ASSERT_TRUE(read.ok()) << read.status().toString();
   EXPECT_EQ(GetRawPtr(*read)->getElement<int>(DatasetCoordinates(6, 9, 0, 0, 0)), 0x0101);
+}
+
+TEST(DicomStructure, TheSeriesReaderRefusesSpacingsThatAreNotPositive) {
+  TemporaryDirectory dir;
+  const std::string path = dir.file("spacing.dcm");
+  writeBytes(path, ctImage("0.5\\-0.75", 140));
+  Result<DatasetHandle> read = formats::readDicomSeries(path, "");
+  ASSERT_FALSE(read.ok());
+  EXPECT_NE(read.status().message().find("a pixel spacing of -0.750000 (spacings are positive)"), std::string::npos)
+      << read.status().message();
+  writeBytes(path, ctImage("0.5\\0.75", 140));
+  read = formats::readDicomSeries(path, "");
+  ASSERT_TRUE(read.ok()) << read.status().toString();
+  EXPECT_DOUBLE_EQ(GetRawPtr(*read)->getWorldEmbedding().getVoxelSpacing().y, 0.5);
 }
 
 }  // namespace
