@@ -166,6 +166,14 @@ if [ "$mode" = campaign ] && [ ${#failed[@]} -eq 0 ]; then
   cmake --build "$coverage" -j"${TARV_JOBS:-2}" >/dev/null
   table=fuzz/CAMPAIGN.md
   mapfile -t every < "$build/fuzzers.txt"
+  # Rows of harnesses that did not run in this build directory are kept from the table.
+  declare -A kept=()
+  if [ -f "$table" ]; then
+    while IFS= read -r row; do
+      name=$(echo "$row" | awk -F'|' '{gsub(/ /, "", $2); print $2}')
+      [ -n "$name" ] && kept[$name]=$row
+    done < <(grep -E '^\| [a-z0-9_]+_fuzzer \|' "$table")
+  fi
   {
     echo "# Fuzzing campaign"
     echo
@@ -173,14 +181,17 @@ if [ "$mode" = campaign ] && [ ${#failed[@]} -eq 0 ]; then
     echo "harness's latest campaign run (its start, the commit it ran at, \"+changes\""
     echo "when the tree had uncommitted changes, and how many harnesses were fuzzed at once). libFuzzer under ASan + UBSan with the dictionaries under"
     echo "fuzz/. Line coverage: clang's source-based coverage of the seed corpus and the campaign's inputs"
-    echo "replayed through the harness, over the harness's reader files, measured when the table was written"
-    echo "($(date -u '+%Y-%m-%d %H:%M'))."
+    echo "replayed through the harness, over the harness's reader files, measured after the harness's run"
+    echo "(this table last written $(date -u '+%Y-%m-%d %H:%M'))."
     echo
     echo "| harness | started (UTC) | commit | at once | minutes | executions | executions/s | edges (cov) | features | corpus | findings | line coverage of its readers | reader files |"
     echo "|---|---|---|---|---|---|---|---|---|---|---|---|---|"
     for h in "${every[@]}"; do
       j=$build/campaign/$h.json
-      [ -f "$j" ] || continue
+      if [ ! -f "$j" ]; then
+        [ -n "${kept[$h]:-}" ] && echo "${kept[$h]}"
+        continue
+      fi
       line=$(coverage_one "$h")
       /usr/bin/python3 - "$j" "$h" "${line:-0}" "$(reader_files "$h")" <<'PY'
 import json, sys
