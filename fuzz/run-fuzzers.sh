@@ -77,7 +77,7 @@ reader_files() {
     metaimage_fuzzer) echo src/formats/MetaImageFormat.cpp ;;
     nrrd_fuzzer) echo src/formats/NrrdFormat.cpp ;;
     dicom_fuzzer) echo src/formats/DicomSeries.cpp src/formats/DicomStructure.cpp ;;
-    format_probe_fuzzer) echo src/formats/FormatRegistry.cpp src/formats/VtkImageFiles.cpp ;;
+    format_probe_fuzzer) echo src/formats/FormatRegistry.cpp src/formats/VtkImageFiles.cpp src/formats/VtiStructure.cpp ;;
   esac
 }
 
