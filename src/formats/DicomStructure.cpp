@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -298,6 +299,10 @@ public:
         return corruptError("element " + tagText(h.group, h.element) + " cannot be read");
       if (const std::string problem = numberListProblem(text, typed); !problem.empty())
         return corruptError("element " + tagText(h.group, h.element) + " (" + typed.vr + "): " + problem);
+      // GDCM asserts on a rescale slope of 0 (the number parses: checked above).
+      if (h.group == 0x0028 && h.element == 0x1053 && text.find_first_not_of(std::string(" \0", 2)) != std::string::npos &&
+          std::strtod(text.c_str(), nullptr) == 0.0)
+        return corruptError("element (0028,1053) (rescale slope) is 0");
       return okStatus();
     }
     return okStatus();

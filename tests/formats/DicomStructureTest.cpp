@@ -193,6 +193,11 @@ TEST(DicomStructure, NumbersGdcmReadsMustParse) {
   // Implicit syntax: the representation is the element's own.
   EXPECT_EQ(reason(check(dir, fileWith(tag(0x0028, 0x0030) + u32(4) + "1\\x ", "1.2.840.10008.1.2"))),
             "element (0028,0030) (DS): value 2 is not a decimal number");
+  // GDCM asserts on a rescale slope of 0.
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "0.0E5 ")))), "element (0028,1053) (rescale slope) is 0");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "-0 ")))), "element (0028,1053) (rescale slope) is 0");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "1e-300")))), "accepted");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "")))), "accepted");
   // Any number of window centres.
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1050, "DS", "40\\400\\50 ")))), "accepted");
 }
