@@ -257,6 +257,7 @@ public:
                           " bytes runs past the end of " + enclosure(end));
     if (depth == 0) {
       notePalette(h, value);
+      noteRescale(h, value);
       if (Status code = checkRecognitionCode(h, value); !code.ok()) return code;
     }
     if (Status numbers = checkNumbers(h, value); !numbers.ok()) return numbers;
@@ -437,7 +438,26 @@ public:
     return okStatus();
   }
 
+  // A rescale intercept needs its slope, and a slope its value (GDCM asserts on MR images
+  // without them).
+  Status checkRescale() const {
+    if (emptySlope) return corruptError("a rescale slope without a value");
+    if (rescale[0] && !rescale[1]) return corruptError("a rescale intercept without a rescale slope");
+    return okStatus();
+  }
+
 private:
+  // Notes the top-level data set's rescale intercept and slope: present with a value, or (the
+  // slope) present without one.
+  void noteRescale(const ElementHeader& h, std::int64_t value) {
+    if (h.group != 0x0028 || (h.element != 0x1052 && h.element != 0x1053)) return;
+    std::string text(std::min<std::uint32_t>(h.length, 64), '\0');
+    const bool blank = readAt(value, text.data(), text.size()) &&
+                       text.find_first_not_of(std::string(" \0", 2)) == std::string::npos;
+    if (!blank) rescale[h.element - 0x1052] = true;
+    if (h.element == 0x1053) emptySlope = blank;
+  }
+
   // Notes whether the top-level data set's photometric interpretation is one that GDCM reads as
   // a palette (it takes abbreviations of the name too).
   void notePalette(const ElementHeader& h, std::int64_t value) {
@@ -452,6 +472,9 @@ private:
   // Bits allocated, stored and high bit of the top-level data set; -1 when absent.
   int bits[3] = {-1, -1, -1};
   bool paletteImage = false;
+  // Rescale intercept and slope present at the top level.
+  bool rescale[2] = {false, false};
+  bool emptySlope = false;
 };
 
 Result<Syntax> syntaxOf(const std::string& transferSyntax, Syntax assumed) {
@@ -491,6 +514,7 @@ Result<DicomStructure> checkDicomStructure(const std::string& path) {
   if (!end.ok()) return end.status();
   if (Status bits = walker.checkBits(); !bits.ok()) return bits;
   if (Status palette = walker.checkPalette(); !palette.ok()) return palette;
+  if (Status rescale = walker.checkRescale(); !rescale.ok()) return rescale;
   return DicomStructure::wellFormed;
 }
 

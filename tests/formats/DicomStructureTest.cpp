@@ -197,7 +197,14 @@ TEST(DicomStructure, NumbersGdcmReadsMustParse) {
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "0.0E5 ")))), "element (0028,1053) (rescale slope) is 0");
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "-0 ")))), "element (0028,1053) (rescale slope) is 0");
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "1e-300")))), "accepted");
-  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "")))), "accepted");
+  // GDCM asserts on MR images with an intercept and no slope; the two come together.
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1052, "DS", "-1024 ")))), "a rescale intercept without a rescale slope");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1052, "DS", "-1024 ") + element(0x0028, 0x1053, "DS", "  ")))),
+            "a rescale slope without a value");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "")))), "a rescale slope without a value");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1052, "DS", "-1024 ") + element(0x0028, 0x1053, "DS", "2 ")))),
+            "accepted");
+  EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1053, "DS", "2 ")))), "accepted");
   // Any number of window centres.
   EXPECT_EQ(reason(check(dir, fileWith(element(0x0028, 0x1050, "DS", "40\\400\\50 ")))), "accepted");
 }
