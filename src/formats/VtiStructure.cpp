@@ -164,7 +164,8 @@ Status checkCompressedArrays(std::ifstream& in, const std::string& text, std::in
   layout.wordBytes = attribute(text, file, "header_type").value_or("UInt32") == "UInt64" ? 8 : 4;
   layout.bigEndian = attribute(text, file, "byte_order").value_or("LittleEndian") == "BigEndian";
 
-  // Appended data begins after the underscore that follows its tag.
+  // Appended data begins after the first character that follows its tag and blanks (an
+  // underscore in files VTK writes; VTK skips whatever it is).
   std::optional<std::int64_t> appended;
   bool appendedBase64 = false;
   if (const std::size_t tag = text.find("<AppendedData"); tag != std::string::npos) {
@@ -175,8 +176,8 @@ Status checkCompressedArrays(std::ifstream& in, const std::string& text, std::in
     in.read(head.data(), static_cast<std::streamsize>(head.size()));
     head.resize(static_cast<std::size_t>(in.gcount()));
     const std::size_t close = head.find('>');
-    const std::size_t underscore = close == std::string::npos ? std::string::npos : head.find('_', close);
-    if (underscore != std::string::npos) appended = static_cast<std::int64_t>(tag + underscore + 1);
+    const std::size_t first = close == std::string::npos ? std::string::npos : head.find_first_not_of(" \t\r\n", close + 1);
+    if (first != std::string::npos) appended = static_cast<std::int64_t>(tag + first + 1);
   }
   for (std::size_t array = text.find("<DataArray"); array != std::string::npos; array = text.find("<DataArray", array + 1)) {
     const std::string format = attribute(text, array, "format").value_or("ascii");
