@@ -182,7 +182,8 @@ Status checkCompressedArrays(std::ifstream& in, const std::string& text, std::in
   for (std::size_t array = text.find("<DataArray"); array != std::string::npos; array = text.find("<DataArray", array + 1)) {
     const std::string format = attribute(text, array, "format").value_or("ascii");
     std::optional<HeaderSource> source;
-    if (format == "appended" && appended) {
+    // VTK reads an array with an offset from the appended data, whatever its format says.
+    if (attribute(text, array, "offset") && appended) {
       std::int64_t offset = 0;
       std::istringstream value(attribute(text, array, "offset").value_or(""));
       if (!(value >> offset) || offset < 0 || offset > fileSize) continue;

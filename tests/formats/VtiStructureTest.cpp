@@ -106,6 +106,11 @@ TEST(VtiStructure, CompressionHeadersPastTheCapOrTheFileAreRefused) {
       writeBytes(path, text);
       EXPECT_EQ(formats::checkVtiStructure(path).message(),
                 "a VTK image data file whose compressed array claims 4000000000 blocks, more than its bytes");
+      // It also reads an array with an offset from there, whatever its format says.
+      text.replace(text.find("format=\"appended\""), 17, "format=\"appeqded\"");
+      writeBytes(path, text);
+      EXPECT_EQ(formats::checkVtiStructure(path).message(),
+                "a VTK image data file whose compressed array claims 4000000000 blocks, more than its bytes");
     }
     writeBytes(path, compressedImage(format, encoding, {1, 4, 4, 2000000000u}));
     EXPECT_EQ(formats::checkVtiStructure(path).message(),
