@@ -11,6 +11,7 @@
 #include <vtkTIFFReader.h>
 #include <vtkXMLImageDataReader.h>
 
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -97,10 +98,21 @@ Result<DatasetHandle> datasetOfImage(vtkImageData* image, bool flip) {
   orientation.makeIdentity();
   double first[3] = {origin[0], origin[1], origin[2]};
   for (int row = 0; row < 3; ++row)
-    for (int column = 0; column < 3; ++column) {
-      orientation(row, column) = direction->GetElement(row, column);
+    for (int column = 0; column < 3; ++column)
       first[row] += direction->GetElement(row, column) * extent[2 * column] * spacing[column];
-    }
+  // Each axis's step in the world (its direction times its spacing) as a unit direction and a
+  // positive spacing: the same voxel positions.
+  for (int column = 0; column < 3; ++column) {
+    double length = 0.0;
+    for (int row = 0; row < 3; ++row) length += std::pow(direction->GetElement(row, column) * spacing[column], 2);
+    length = std::sqrt(length);
+    if (!(length > 0.0) || !std::isfinite(length))
+      return corruptError("an image whose direction and spacing of axis " + std::to_string(column) + " give it no length");
+    for (int row = 0; row < 3; ++row) orientation(row, column) = direction->GetElement(row, column) * spacing[column] / length;
+    spacing[column] = length;
+  }
+  for (const double coordinate : first)
+    if (!std::isfinite(coordinate)) return corruptError("an image whose origin is not finite");
   auto* dataset = new Dataset(true);
   DatasetHandle handle(dataset);
   dataset->newDataset(DatasetCoordinates(dimensions[0], dimensions[1], dimensions[2], 1, components), type,

@@ -131,6 +131,30 @@ TEST(FormatRegistry, TiffThroughVtkKeepsRowsInOrder) {
   }
 }
 
+// A .vti axis's step is its direction times its spacing: kept as a unit direction and a positive
+// spacing; an axis without a step is refused.
+TEST(FormatRegistry, VtiAxesWithoutLengthAreRefusedAndNegativeSpacingsFlipTheirDirection) {
+  TemporaryDirectory dir;
+  const auto vti = [](const std::string& spacing, const std::string& direction) {
+    return "<?xml version=\"1.0\"?>\n<VTKFile type=\"ImageData\" version=\"1.0\" byte_order=\"LittleEndian\">\n"
+           "<ImageData WholeExtent=\"0 1 0 0 0 0\" Origin=\"5 0 0\" Spacing=\"" + spacing + "\" Direction=\"" + direction +
+           "\">\n<Piece Extent=\"0 1 0 0 0 0\"><PointData Scalars=\"v\"><DataArray type=\"Float32\" Name=\"v\" "
+           "format=\"ascii\">1 2</DataArray></PointData></Piece>\n</ImageData>\n</VTKFile>\n";
+  };
+  formats::ReadRequest request;
+  request.format = FileFormat::vti;
+  writeBytes(dir.file("flat.vti"), vti("2 1 1", "1 0 0 0 1 0 0 0 0"));
+  EXPECT_EQ(formats::readDatasetFile(dir.file("flat.vti"), request).status().message(),
+            "an image whose direction and spacing of axis 2 give it no length");
+  writeBytes(dir.file("flipped.vti"), vti("-2 1 1", "1 0 0 0 1 0 0 0 1"));
+  Result<formats::OpenedFile> flipped = formats::readDatasetFile(dir.file("flipped.vti"), request);
+  ASSERT_TRUE(flipped.ok()) << flipped.status().toString();
+  const DatasetWorldEmbedding& embedding = GetRawPtr(flipped->handle)->getWorldEmbedding();
+  EXPECT_DOUBLE_EQ(embedding.getVoxelSpacing().x, 2.0);
+  EXPECT_DOUBLE_EQ(embedding.getVoxel2WorldMatrix()(0, 0), -2.0);
+  EXPECT_DOUBLE_EQ(embedding.getVoxel2WorldMatrix()(0, 3), 5.0);
+}
+
 TEST(FormatRegistry, ReadFailuresCarryTheReason) {
   TemporaryDirectory dir;
   formats::ReadRequest request;
